@@ -1,0 +1,74 @@
+// The 8-bit precision transform record and its builder.
+#pragma once
+
+#include <cstdint>
+
+#include "profile/profile_file.h"
+#include "profile/value_buffer.h"
+
+namespace tintra3 {
+
+// One simplex input record per 8-bit code and channel.
+struct SimplexInput {
+    uint32_t offset;  // grid offset of the cell origin along this channel (entries)
+    uint16_t index;   // this channel's part of the simplex index (mod 65536)
+    uint16_t unused;
+};
+static_assert(sizeof(SimplexInput) == 8);
+
+struct Simplex3 {
+    uint16_t a, b;   // corner offsets relative to the cell origin
+    uint8_t w[3];    // fractions in descending order (eighths)
+    uint8_t unused;
+};
+static_assert(sizeof(Simplex3) == 8);
+
+struct Simplex4 {
+    uint16_t a, b, c;
+    uint8_t w[4];    // sixteenths
+};
+static_assert(sizeof(Simplex4) == 10);
+
+struct Method0Transform {
+    uint32_t sourceSpace;
+    uint32_t destinationSpace;
+    uint8_t inputChannels;  // dispatch reads these two bytes
+    uint8_t outputChannels;
+    uint16_t gridPoints;
+    uint32_t strides[4];
+    uint16_t sourceKind;
+    uint16_t destinationKind;
+    uint16_t status;
+    uint32_t absolute;
+    ValueBuffer monoCell;      // u8 x 256
+    ValueBuffer monoFraction;  // u16 x 256, 8.8
+    SimplexInput* simplexInput[4];  // 256 records each, owned
+    Simplex3* simplex3;  // 9^3 records, owned
+    uint32_t farCorner3;
+    Simplex4* simplex4;  // 17^4 records, owned
+    uint32_t farCorner4;
+    ValueBuffer inputCurves[4];   // u8 x 256
+    ValueBuffer grid;             // u8
+    ValueBuffer outputCurves[4];  // u8 x 256
+    ValueBuffer curvedGrid;       // u32
+    uint32_t unusable;  // set when a tone-curve rebuild failed; never reach a kernel
+};
+
+Method0Transform* CreateMethod0Transform();
+void DestroyMethod0Transform(Method0Transform* transform);
+int BuildMethod0Transform(Method0Transform* transform, uint16_t intent, ProfileFile* source,
+                          ProfileFile* destination, uint32_t gamut);
+
+// Shared steps, also run by the tone-curve operations with curves of their own.
+// curves: one 256-entry u8 table per input channel (transform->inputChannels).
+// Allocates the simplex input tables and the simplex table for the record's
+// channel count and grid points. 1 on success; status 4 on allocation failure.
+int BuildSimplexTables(Method0Transform* transform, const ValueBuffer* curves);
+// Monochrome cell and fraction tables from a 256-entry u8 curve, for the
+// record's grid points. 1 on success; status 4 on allocation failure.
+int BuildMonoTables(Method0Transform* transform, const ValueBuffer* curve);
+// 8-bit cell (u8) and 8.8 fraction (u16) tables for p grid points, 256 entries.
+int BuildCellFraction8(uint16_t* status, uint32_t points, ValueBuffer* cell, ValueBuffer* fraction);
+void FreeSimplexTables(Method0Transform* transform);
+
+}  // namespace tintra3

@@ -1,0 +1,55 @@
+// The 16-bit precision transform record and its builder.
+#pragma once
+
+#include <cstdint>
+
+#include "profile/profile_file.h"
+#include "profile/value_buffer.h"
+
+namespace tintra3 {
+
+struct Method1Transform {
+    uint32_t sourceSpace;
+    uint32_t destinationSpace;
+    uint8_t inputChannels;   // dispatch reads these two bytes
+    uint8_t outputChannels;
+    uint16_t gridPoints;
+    uint32_t strides[4];
+    uint16_t sourceKind;
+    uint16_t destinationKind;
+    uint16_t status;
+    uint32_t absolute;
+    ValueBuffer inputTable256[4];   // u16, 12-bit grid coordinates
+    ValueBuffer inputTable1024[4];
+    ValueBuffer inputTable4096[4];
+    ValueBuffer altInputTable256[4];
+    ValueBuffer altInputTable1024[4];
+    ValueBuffer altInputTable4096[4];
+    uint32_t useAltInputTables;
+    ValueBuffer gridIndex;     // u16 x 4096
+    ValueBuffer gridFraction;  // u32 x 4096, 16.16
+    ValueBuffer outputTable8[4];   // u8 x 4096
+    ValueBuffer outputTable16[4];  // u16 x 4096
+    ValueBuffer altOutputTable8[4];
+    ValueBuffer altOutputTable16[4];
+    uint32_t useAltOutputTables;
+    ValueBuffer clut;  // u16
+    uint32_t unusable;  // set when a tone-curve rebuild failed; never reach a kernel
+};
+
+Method1Transform* CreateMethod1Transform();
+void DestroyMethod1Transform(Method1Transform* transform);
+// 1 on success. intent is the builder's code (already remapped).
+int BuildMethod1Transform(Method1Transform* transform, uint16_t intent, ProfileFile* source,
+                          ProfileFile* destination, uint32_t gamut);
+
+// Build-time integer routines.
+void LocateInGrid(uint32_t last, uint32_t value, uint32_t shift, uint32_t fullScale, uint32_t round,
+                  uint32_t* cell, uint32_t* fraction);
+uint16_t InterpolateTable16(const ValueBuffer* table, uint32_t value);
+void InterpolateClut3(const uint16_t* clut, uint8_t outputs, const uint32_t cell[3], const uint32_t fraction[3],
+                      const uint32_t stride[3], uint16_t* out);
+void InterpolateClut4(const uint16_t* clut, uint8_t outputs, const uint32_t cell[4], const uint32_t fraction[4],
+                      const uint32_t stride[4], uint16_t* out);
+
+}  // namespace tintra3
