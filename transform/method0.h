@@ -51,7 +51,9 @@ struct Method0Transform {
     ValueBuffer grid;             // u8
     ValueBuffer outputCurves[4];  // u8 x 256
     ValueBuffer curvedGrid;       // u32
-    uint32_t unusable;  // set when a tone-curve rebuild failed; never reach a kernel
+    // 1 once fully built; 0 at creation, after a failed build and after a
+    // failed tone-curve rebuild. The dispatch refuses a transform that is not ready.
+    uint32_t ready;
 };
 
 Method0Transform* CreateMethod0Transform();

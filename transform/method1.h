@@ -34,7 +34,9 @@ struct Method1Transform {
     ValueBuffer altOutputTable16[4];
     uint32_t useAltOutputTables;
     ValueBuffer clut;  // u16
-    uint32_t unusable;  // set when a tone-curve rebuild failed; never reach a kernel
+    // 1 once fully built; 0 at creation, after a failed build and after a
+    // failed tone-curve rebuild. The dispatch refuses a transform that is not ready.
+    uint32_t ready;
 };
 
 Method1Transform* CreateMethod1Transform();
