@@ -42,7 +42,9 @@ struct Header {
 };
 
 // One lookup table for 'mft1' (8-bit) or 'mft2' (16-bit). Values are given as
-// u16 in both cases; an 'mft1' writes their low byte.
+// u16 in both cases; an 'mft1' writes their low byte, unless some value of the
+// lut exceeds 255: then all are taken as 16-bit and written as (v + 128) / 257
+// (so IdentityLut(c, g, 256) serves both).
 struct Lut {
     uint8_t inputChannels = 3;
     uint8_t outputChannels = 3;
