@@ -41,10 +41,16 @@ uint32_t CurveLookup16(const ValueBuffer* curve, uint32_t shift, uint32_t denom,
 // Fills target[0] (u16 cell indices) and target[1] (u32 16.16 fractions),
 // 4096 entries each; on allocation failure *status = 4 and returns 0.
 int BuildGridIndexTables(uint16_t* status, ValueBuffer target[2], uint32_t points);
+// The same with the two tables given separately (index u16, fraction u32).
+int BuildGridIndexTables(uint16_t* status, ValueBuffer* index, ValueBuffer* fraction, uint32_t points);
 
 void InterpolateTrilinear16(const ValueBuffer* grid, uint8_t outputs, const uint16_t index[3],
                             const uint32_t fraction[3], const uint32_t stride[3], uint16_t* out);
 void InterpolateQuadrilinear16(const ValueBuffer* grid, uint8_t outputs, const uint16_t index[4],
                                const uint32_t fraction[4], const uint32_t stride[4], uint16_t* out);
+// Multilinear interpolation in a cell of `dims` (1..4) axes, last axis first,
+// each step u + (((v - u) f + 32768) >> 16) kept to 16 bits.
+void InterpolateCell16(const uint16_t* grid, uint8_t outputs, uint32_t dims, const uint32_t* cell,
+                       const uint32_t* fraction, const uint32_t* stride, uint16_t* out);
 
 }  // namespace tintra3

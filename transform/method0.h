@@ -73,4 +73,12 @@ int BuildMonoTables(Method0Transform* transform, const ValueBuffer* curve);
 int BuildCellFraction8(uint16_t* status, uint32_t points, ValueBuffer* cell, ValueBuffer* fraction);
 void FreeSimplexTables(Method0Transform* transform);
 
+// Interpolation in an 8-bit table at 8.8 fractions (256 = 1.0), last axis
+// first, each step u + (((v - u) f + 128) >> 8) floored; two lanes per word.
+// Strides and cells count table entries; `outputs` values per node.
+void InterpolateTrilinear8(const uint8_t* table, uint32_t outputs, const uint32_t cell[3], const uint32_t fraction[3],
+                           const uint32_t stride[3], uint8_t* out);
+void InterpolateQuadrilinear8(const uint8_t* table, uint32_t outputs, const uint32_t cell[4],
+                              const uint32_t fraction[4], const uint32_t stride[4], uint8_t* out);
+
 }  // namespace tintra3
