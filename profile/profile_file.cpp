@@ -1,0 +1,136 @@
+// Opening a profile: the 128-byte header, the tag directory and tag lookup.
+#include "profile/profile_file.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "profile/stream.h"
+
+namespace tintra3 {
+
+namespace {
+
+// Bytes in the file, measured once at open; the stream position is kept.
+uint64_t MeasureFile(std::FILE* stream) {
+    const long here = std::ftell(stream);
+    if (here < 0 || std::fseek(stream, 0, SEEK_END) != 0) return 0;
+    const long end = std::ftell(stream);
+    std::fseek(stream, here, SEEK_SET);
+    return end < 0 ? 0 : uint64_t(end);
+}
+
+void FreeDirectory(TagDirectory* directory) {
+    if (directory->owned != 0 && directory->entries != nullptr) std::free(directory->entries);
+    directory->entries = nullptr;
+    directory->owned = 0;
+}
+
+}  // namespace
+
+double FromS15Fixed16(uint32_t raw) {
+    return double(int32_t(raw)) * (1.0 / 65536.0);
+}
+
+int32_t ToS15Fixed16(double x) {
+    // x * 65536 + 0.5 truncated toward zero: rounds half up for positive x
+    // only. Values beyond the 32-bit range saturate instead of overflowing.
+    const double v = x * 65536.0 + 0.5;
+    if (!(v > -2147483649.0)) return std::isnan(v) ? 0 : INT32_MIN;
+    if (v >= 2147483648.0) return INT32_MAX;
+    return int32_t(v);
+}
+
+int OpenProfile(const char* path, ProfileFile* profile) {
+    profile->valid = 0;
+    profile->stream = nullptr;
+    profile->tags.count = 0;
+    profile->tags.entries = nullptr;
+    profile->tags.owned = 0;
+    profile->fileSize = 0;
+    if (!OpenFileForRead(path, &profile->stream)) return 0;
+    profile->fileSize = MeasureFile(profile->stream);
+    if (!ReadProfileHeader(profile, &profile->header) || !ReadTagDirectory(profile, &profile->tags)) {
+        // Nobody closes a record that never became valid, so close it here.
+        FreeDirectory(&profile->tags);
+        CloseFile(profile);
+        return 0;
+    }
+    profile->valid = 1;
+    return 1;
+}
+
+void CloseProfile(ProfileFile* profile) {
+    CloseFile(profile);
+    FreeDirectory(&profile->tags);
+    profile->valid = 0;
+}
+
+int ReadProfileHeader(ProfileFile* profile, ProfileHeader* header) {
+    // Fields in the order of their offsets; each read stops at the first
+    // short one.
+    if (!ReadU32BE(profile, &header->size) || !ReadU32BE(profile, &header->cmmType) ||
+        !ReadU32BE(profile, &header->version) || !ReadU32BE(profile, &header->deviceClass) ||
+        !ReadU32BE(profile, &header->colorSpace) || !ReadU32BE(profile, &header->pcs))
+        return 0;
+    for (uint16_t& field : header->dateTime)
+        if (!ReadU16BE(profile, &field)) return 0;
+    if (!ReadU32BE(profile, &header->magic) || !ReadU32BE(profile, &header->platform) ||
+        !ReadU32BE(profile, &header->flags) || !ReadU32BE(profile, &header->manufacturer) ||
+        !ReadU32BE(profile, &header->model) || !ReadU32BE(profile, &header->attributes[0]) ||
+        !ReadU32BE(profile, &header->attributes[1]) || !ReadU32BE(profile, &header->renderingIntent))
+        return 0;
+    for (uint32_t& field : header->illuminant)
+        if (!ReadU32BE(profile, &field)) return 0;
+    if (!ReadU32BE(profile, &header->creator)) return 0;
+    return SkipBytes(profile, 44);  // reserved bytes 84..127
+}
+
+int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
+    directory->count = 0;
+    directory->entries = nullptr;
+    directory->owned = 0;
+    uint32_t count = 0;
+    if (!ReadU32BE(profile, &count)) return 0;
+    // A count the rest of the file cannot hold (12 bytes per entry) would
+    // fail on reading anyway; fail before allocating for it.
+    const long here = profile->stream != nullptr ? std::ftell(profile->stream) : -1;
+    if (here < 0) return 0;
+    const uint64_t left = profile->fileSize > uint64_t(here) ? profile->fileSize - uint64_t(here) : 0;
+    if (uint64_t(count) * 12 > left) return 0;
+    directory->count = count;
+    if (count != 0) {
+        directory->entries = static_cast<TagEntry*>(std::malloc(size_t(count) * sizeof(TagEntry)));
+        if (directory->entries == nullptr) {
+            directory->count = 0;
+            return 0;
+        }
+    }
+    directory->owned = 1;  // also for an empty directory
+    for (uint32_t i = 0; i < count; ++i) {
+        TagEntry& e = directory->entries[i];
+        if (!ReadU32BE(profile, &e.signature) || !ReadU32BE(profile, &e.offset) || !ReadU32BE(profile, &e.size))
+            return 0;
+    }
+    return 1;
+}
+
+int FindTag(ProfileFile* profile, uint32_t signature, int32_t* index, uint32_t* type) {
+    const TagDirectory& dir = profile->tags;
+    for (uint32_t i = 0; i < dir.count && dir.entries != nullptr; ++i) {
+        if (dir.entries[i].signature != signature) continue;
+        *index = int32_t(i);
+        SeekAbsolute(profile, dir.entries[i].offset);
+        return ReadU32BE(profile, type);  // leaves the stream 4 bytes into the element
+    }
+    return 0;
+}
+
+int PeekTagType(ProfileFile* profile, int32_t index, uint32_t* type) {
+    if (index < 0 || uint32_t(index) >= profile->tags.count || profile->tags.entries == nullptr) return 0;
+    SeekAbsolute(profile, profile->tags.entries[index].offset);
+    if (!ReadU32BE(profile, type)) return 0;
+    SkipBytes(profile, -4);  // back onto the element's first byte
+    return 1;
+}
+
+}  // namespace tintra3

@@ -1,0 +1,103 @@
+// Integer rescaling and linear resampling of one-dimensional u16 tables.
+#include "profile/resample.h"
+
+namespace tintra3 {
+
+namespace {
+
+// Entry i of a source of n entries stretched over m results (m >= 2):
+// p = i(n-1), cell = p / (m-1), f = p mod (m-1); the last cell is folded back
+// so that cell + 1 stays inside the source. Rounded by + m/2 before the
+// division by m - 1. Positions are formed in 64 bits: with realistic sizes
+// the values equal the 32-bit ones, and a long hostile curve cannot wrap
+// into an index outside the table.
+uint32_t Interpolate16(const uint16_t* c, uint32_t n, uint32_t m, uint32_t i) {
+    const uint64_t span = m - 1;
+    const uint64_t p = uint64_t(i) * (n - 1);
+    uint64_t cell = p / span;
+    uint64_t f = p - cell * span;
+    if (cell == n - 1) {
+        cell = n - 2;
+        f = span;
+    }
+    return uint32_t((c[cell] * (span - f) + c[cell + 1] * f + m / 2) / span);
+}
+
+// Common checks and allocation; 2 = go on, 1 = done (m == 0), 0 = failure.
+template <typename Alloc>
+int StartResample(const ValueBuffer* curve, uint32_t m, ValueBuffer* out, Alloc alloc) {
+    out->count = 0;
+    out->owned = 0;
+    out->data = nullptr;
+    if (m == 0) return alloc(out, 0u);  // an empty table is a result
+    if (m == 1 || curve->count < 2) return 0;
+    if (!alloc(out, m)) {
+        out->count = 0;
+        return 0;
+    }
+    return 2;
+}
+
+}  // namespace
+
+void RescaleCurve(ValueBuffer* curve, uint32_t maximum, uint32_t range) {
+    uint16_t* c = U16(*curve);
+    for (uint32_t i = 0; i < curve->count; ++i) {
+        // v * range / maximum, truncating; a zero maximum counts as an
+        // infinite quotient and is capped like any other overflow.
+        const uint32_t v = maximum != 0 ? uint32_t(c[i]) * range / maximum : range;
+        c[i] = uint16_t(v >= range ? range - 1 : v);
+    }
+}
+
+int ResampleCurve16(const ValueBuffer* curve, uint32_t m, ValueBuffer* out) {
+    const int go = StartResample(curve, m, out, AllocU16);
+    if (go != 2) return go;
+    const uint16_t* c = U16(*curve);
+    uint16_t* r = U16(*out);
+    for (uint32_t i = 0; i < m; ++i) r[i] = uint16_t(Interpolate16(c, curve->count, m, i));
+    return 1;
+}
+
+int ResampleCurve12(const ValueBuffer* curve, uint32_t m, ValueBuffer* out) {
+    const int go = StartResample(curve, m, out, AllocU16);
+    if (go != 2) return go;
+    const uint16_t* c = U16(*curve);
+    uint16_t* r = U16(*out);
+    // 16-bit value to 12 bits: (v * 4095 + 32768) >> 16, 0..4095.
+    for (uint32_t i = 0; i < m; ++i) r[i] = uint16_t((Interpolate16(c, curve->count, m, i) * 4095 + 32768) >> 16);
+    return 1;
+}
+
+int ResampleCurve8(const ValueBuffer* curve, uint32_t m, ValueBuffer* out) {
+    const int go = StartResample(curve, m, out, AllocBytes);
+    if (go != 2) return go;
+    const uint16_t* c = U16(*curve);
+    uint8_t* r = Bytes(*out);
+    // 16-bit value to 8 bits: (v * 255 + 32768) >> 16.
+    for (uint32_t i = 0; i < m; ++i) r[i] = uint8_t((Interpolate16(c, curve->count, m, i) * 255 + 32768) >> 16);
+    return 1;
+}
+
+int ResampleCurveTo256(const ValueBuffer* curve, ValueBuffer* out) {
+    const int go = StartResample(curve, 256, out, AllocBytes);
+    if (go != 2) return go;
+    const uint16_t* c = U16(*curve);
+    const uint32_t n = curve->count;
+    uint8_t* r = Bytes(*out);
+    for (uint32_t i = 0; i < 256; ++i) {
+        const uint64_t p = uint64_t(i) * (n - 1);
+        uint64_t cell = p / 255;
+        uint64_t f = p % 255;
+        if (cell == n - 1) {
+            cell -= 1;
+            f = 255;
+        }
+        // A weighted sum of two 16-bit values over 255 steps, brought to
+        // 8 bits by a rounded division by 65535 (that is 255 * 257).
+        r[i] = uint8_t((c[cell] * (255 - f) + c[cell + 1] * f + 32768) / 65535);
+    }
+    return 1;
+}
+
+}  // namespace tintra3
