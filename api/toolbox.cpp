@@ -6,6 +6,7 @@
 
 #include "api/exports.h"
 #include "profile/value_buffer.h"
+#include "transform/colour.h"
 
 namespace tintra3 {
 namespace {
@@ -81,8 +82,9 @@ int FillCurves(const CurveSpec* spec, ValueBuffer curves[4]) {
             uint16_t* out = U16(curves[c]);
             double x = 0.0;
             for (uint32_t i = 0; i < 1024; ++i) {
-                double v = std::pow(x, gamma) * max + 0.5;
-                out[i] = static_cast<uint16_t>(static_cast<uint32_t>(v));
+                // + 0.5, truncated toward zero, kept as 16 bits.
+                const int32_t v = TruncToInt(std::pow(x, gamma) * max + 0.5);
+                out[i] = static_cast<uint16_t>(static_cast<uint32_t>(v) & 0xFFFFu);
                 x += 0.0009775171065493646;
             }
         }
@@ -106,8 +108,11 @@ uint32_t ApplyCurves(const CurveSpec* spec, uint16_t side, CColorMatcher* handle
     ValueBuffer curves[4];
     for (ValueBuffer& b : curves) ClearValueBuffer(&b);
     // Both the filling's result and the matcher's status are dropped: this
-    // layer reports success once its own checks pass.
-    if (FillCurves(spec, curves)) call(handle, side, spec->bits, spec->channels, curves);
+    // layer reports success once its own checks pass. A filling that stopped
+    // early still hands down the buffers filled so far (the curve operations
+    // refuse curves that fall short).
+    (void)FillCurves(spec, curves);
+    call(handle, side, spec->bits, spec->channels, curves);
     for (ValueBuffer& b : curves) FreeValueBuffer(&b);
     return 0;
 }

@@ -269,16 +269,18 @@ uint32_t TINTRA3_CALL tintra_Proc(const uint8_t* source, uint8_t* destination, u
     const uint32_t full = pixels / kChunkPixels;
     const uint32_t rest = pixels % kChunkPixels;
     uint32_t status = 0;
-    const uint8_t* in = source;
-    uint8_t* out = destination;
+    // Byte offset of the chunk; null buffers stay null (no arithmetic on a
+    // null pointer) and are the lower layers' to refuse or not.
+    size_t offset = 0;
     for (uint32_t i = 0; i <= full; ++i) {
         const uint32_t count = i < full ? kChunkPixels : rest;
         if (count == 0) break;
-        PixelRun sourceRun = {const_cast<uint8_t*>(in), static_cast<uint16_t>(count)};
+        uint8_t* in = source != nullptr ? const_cast<uint8_t*>(source) + offset : nullptr;
+        uint8_t* out = destination != nullptr ? destination + offset : nullptr;
+        PixelRun sourceRun = {in, static_cast<uint16_t>(count)};
         PixelRun destinationRun = {out, static_cast<uint16_t>(count)};
         status = QemToolboxProc(&sourceRun, &destinationRun, handle);
-        in += kBytesPerPixel * count;
-        out += kBytesPerPixel * count;
+        offset += size_t(kBytesPerPixel) * count;
     }
     return MapToolboxError(status);
 }

@@ -12,6 +12,7 @@
 #else
 #  include <cerrno>
 #  include <fcntl.h>
+#  include <sys/stat.h>
 #  include <unistd.h>
 #endif
 
@@ -88,6 +89,13 @@ bool OpenForRead(const char* path, File* file) {
         fd = ::open(path, O_RDONLY | O_CLOEXEC);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) return false;
+    // CreateFileA without backup semantics refuses a directory; so do we,
+    // rather than opening it and failing at the first read.
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
+        ::close(fd);
+        return false;
+    }
     file->handle = fd;
     return true;
 }

@@ -1,9 +1,64 @@
 #!/usr/bin/env bash
-# The main job: builds the release tools and inspects every profile of the
-# Debian profile packages.
+# The main job: builds everything (release preset), writes the test chart,
+# converts it from builtin:srgb to builtin:cmyk and back with both matching
+# methods, and prints a summary: image size, seconds and megapixels per
+# second of each step, and the round-trip colour error (dE*ab).
+# Usage: scripts/main-job.sh [OUTPUT_FOLDER]   (default: out)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+out="${1:-out}"
 bash scripts/install-deps.sh
 cmake --preset release >/dev/null
 cmake --build --preset release
-./build/release/tools/tintra-inspect
+tintra=./build/release/tools/tintra
+mkdir -p "$out"
+
+rows=""
+size=""
+now() { date +%s.%N; }
+# Runs one tintra step and adds its row to the summary: wall seconds of the
+# whole command, and (for conversions) the seconds and megapixels per second
+# of the conversion itself as the tool measured them with --stats.
+step() {
+  local name=$1 method=$2
+  shift 2
+  local t0 t1 output
+  t0=$(now)
+  output=$("$tintra" "$@")
+  t1=$(now)
+  if [[ -z $size && $output == stats:* ]]; then
+    size=$(awk '{ for (i = 2; i <= NF; i++) { split($i, kv, "="); v[kv[1]] = kv[2] } }
+                END { printf "%sx%s pixels (%.2f MP)", v["width"], v["height"], v["pixels"] / 1e6 }' <<<"$output")
+  fi
+  rows+=$(awk -v name="$name" -v m="$method" -v t0="$t0" -v t1="$t1" '
+    { for (i = 1; i <= NF; i++) { split($i, kv, "="); v[kv[1]] = kv[2] } }
+    END {
+      conv = ("convert_s" in v) ? sprintf("%.3f", v["convert_s"]) : "-"
+      rate = ("mpix_per_s" in v) ? sprintf("%.1f", v["mpix_per_s"]) : "-"
+      printf "  %-30s %6s %9.3f %10s %8s", name, m, t1 - t0, conv, rate
+    }' <<<"$output")$'\n'
+  last_output=$output
+}
+
+chart="$out/chart.tif"
+step "write the chart" "-" chart "$chart"
+errors=""
+for method in 0 1; do
+  cmyk="$out/chart-cmyk-m$method.tif"
+  back="$out/chart-back-m$method.tif"
+  step "builtin:srgb -> builtin:cmyk" "$method" convert "$chart" "$cmyk" \
+       --dst builtin:cmyk --intent relative --method "$method" --stats --no-progress
+  step "builtin:cmyk -> builtin:srgb" "$method" convert "$cmyk" "$back" \
+       --dst builtin:srgb --intent relative --method "$method" --stats --no-progress
+  step "compare chart and round trip" "$method" compare "$chart" "$back"
+  errors+="  method $method: $last_output"$'\n'
+done
+
+echo
+echo "Tintra3 main job: test chart of $size; images in $out/"
+printf "  %-30s %6s %9s %10s %8s\n" "step" "method" "wall s" "convert s" "MP/s"
+printf "%s" "$rows"
+echo
+echo "Round-trip colour error, chart -> builtin:cmyk -> builtin:srgb, relative colorimetric"
+echo "(the chart's most saturated colours lie outside the printer's gamut and set the maximum):"
+printf "%s" "$errors"
