@@ -9,8 +9,10 @@
 //
 // Curve entries are u16 on the caller's scale (maximum by bits: 10 -> 1023,
 // 12 -> 4095, 16 -> 65535, else 255). Every call checks all the curves it
-// will read before touching anything, so a refused call changes nothing,
-// not even the caller's curves.
+// will read before touching anything, so a call refused for its curves
+// changes nothing, not even the caller's curves. A record that lacks a table
+// a step would read (a build that stopped half way) is left as it is; the
+// status is then the one the call would give anyway.
 #include "api/tone_curves.h"
 
 #include <algorithm>
@@ -187,7 +189,7 @@ uint32_t MergeMethod1(Method1Transform* t, uint16_t side, uint32_t maximum, uint
         const uint32_t needed = t->inputChannels;
         if (!CurvesCover(curves, channels, needed)) return kRefused;
         for (uint32_t c = 0; c < needed; ++c) {
-            if (!PrimaryInputTablesPresent(t, c)) return kRefused;
+            if (!PrimaryInputTablesPresent(t, c)) return kOk;
         }
         ReleaseAltInput(t);
         bool complete = true;
@@ -207,7 +209,7 @@ uint32_t MergeMethod1(Method1Transform* t, uint16_t side, uint32_t maximum, uint
         const uint32_t needed = t->outputChannels;
         if (!CurvesCover(curves, channels, needed)) return kRefused;
         for (uint32_t c = 0; c < needed; ++c) {
-            if (!PrimaryOutputTablesPresent(t, c)) return kRefused;
+            if (!PrimaryOutputTablesPresent(t, c)) return kOk;
         }
         ReleaseAltOutput(t);
         bool complete = true;
@@ -244,11 +246,8 @@ uint32_t Method0InputCurvesNeeded(const Method0Transform* t) {
 }
 
 // A merge also reads the record's own input curves.
-bool Method0InputSideUsable(const Method0Transform* t, bool merge) {
-    if (t->sourceKind < 1 || t->sourceKind > 3) return false;
-    const uint32_t n = Method0InputCurvesNeeded(t);
-    if (n == 0 || n > kMaxCurves) return false;
-    for (uint32_t c = 0; merge && c < n; ++c) {
+bool Method0OwnInputCurvesPresent(const Method0Transform* t, uint32_t n) {
+    for (uint32_t c = 0; c < n; ++c) {
         if (!TableHolds(t->inputCurves[c], 256)) return false;
     }
     return true;
@@ -301,11 +300,14 @@ void ReleaseMethod0IndexTables(Method0Transform* t) {
 
 uint32_t ToneMethod0Input(Method0Transform* t, bool merge, uint32_t maximum, uint32_t channels,
                           ValueBuffer* curves) {
-    if (!Method0InputSideUsable(t, merge)) return kRefused;
     const uint32_t n = Method0InputCurvesNeeded(t);
     if (!CurvesCover(curves, channels, n)) return kRefused;
 
+    // The caller's curves are rescaled before the kind is looked at: an
+    // unknown kind fails with the curves already rescaled.
     RescaleCallerCurves(curves, channels, maximum, 65535);
+    if (t->sourceKind < 1 || t->sourceKind > 3 || n == 0) return kRefused;
+    if (merge && !Method0OwnInputCurvesPresent(t, n)) return kRefused;
     ReleaseMethod0IndexTables(t);
 
     WorkTables work;
@@ -327,12 +329,13 @@ uint32_t ToneMethod0Input(Method0Transform* t, bool merge, uint32_t maximum, uin
 }
 
 uint32_t ChangeMethod0Output(Method0Transform* t, uint32_t maximum, uint32_t channels, ValueBuffer* curves) {
-    const uint64_t entries = Method0GridEntries(t);
-    if (entries == 0) return kRefused;
     const uint32_t outputs = t->outputChannels;
     if (!CurvesCover(curves, channels, outputs)) return kRefused;
 
     RescaleCallerCurves(curves, channels, maximum, 65535);
+    // No grid entries (none to recompute, or no grid to read): nothing to do.
+    const uint64_t entries = Method0GridEntries(t);
+    if (entries == 0) return kOk;
     WorkTables work;
     for (uint32_t c = 0; c < outputs; ++c) {
         // A table that cannot be made leaves the curved grid as it was.
@@ -349,16 +352,16 @@ uint32_t ChangeMethod0Output(Method0Transform* t, uint32_t maximum, uint32_t cha
 }
 
 uint32_t MergeMethod0Output(Method0Transform* t, uint32_t maximum, uint32_t channels, ValueBuffer* curves) {
-    const uint64_t entries = Method0GridEntries(t);
-    if (entries == 0) return kRefused;
-    const uint32_t outputs = t->outputChannels;
-    for (uint32_t c = 0; c < outputs; ++c) {
-        if (!TableHolds(t->outputCurves[c], 256)) return kRefused;
-    }
     // Curve 0 alone is applied to every output channel.
     if (!CurvesCover(curves, channels, 1)) return kRefused;
 
     RescaleCallerCurves(curves, channels, maximum, 65535);
+    const uint64_t entries = Method0GridEntries(t);
+    if (entries == 0) return kOk;
+    const uint32_t outputs = t->outputChannels;
+    for (uint32_t c = 0; c < outputs; ++c) {
+        if (!TableHolds(t->outputCurves[c], 256)) return kOk;
+    }
     WorkTables work;
     if (ResampleCurveTo256(&curves[0], &work.table[0]) != 1 || !TableHolds(work.table[0], 256)) return kOk;
     // curved grid entry = output curve c[T[grid entry]]: the new curve sits
@@ -375,8 +378,11 @@ uint32_t MergeMethod0Output(Method0Transform* t, uint32_t maximum, uint32_t chan
 enum class Operation { kChange, kMerge };
 
 // Order of checks: method (2040), side (method 1: any other side is a
-// no-op giving 0; method 0: 2040), then the transform itself (5000 when
-// there is none or it is not usable for pixels), then the curves (5000).
+// no-op giving 0; method 0: 2040), then a missing transform (5000), then
+// the curves (5000). A record not ready for pixels (a build or an earlier
+// input rebuild failed) is not refused here: the steps below look only at
+// the tables they read, and the pixel dispatch keeps refusing the record,
+// since nothing here marks it ready again.
 uint32_t ApplyToneCurves(Operation op, MatchingSelector* selector, uint16_t side, uint16_t bits,
                          uint16_t channelCount, ValueBuffer* curves) {
     if (selector == nullptr) return kRefused;
@@ -390,12 +396,10 @@ uint32_t ApplyToneCurves(Operation op, MatchingSelector* selector, uint16_t side
 
     if (selector->method == 1) {
         auto* t = static_cast<Method1Transform*>(selector->transform);
-        if (t->ready == 0) return kRefused;
         return op == Operation::kChange ? ChangeMethod1(t, side, maximum, channels, curves)
                                         : MergeMethod1(t, side, maximum, channels, curves);
     }
     auto* t = static_cast<Method0Transform*>(selector->transform);
-    if (t->ready == 0) return kRefused;
     if (side == 0) return ToneMethod0Input(t, op == Operation::kMerge, maximum, channels, curves);
     return op == Operation::kChange ? ChangeMethod0Output(t, maximum, channels, curves)
                                     : MergeMethod0Output(t, maximum, channels, curves);

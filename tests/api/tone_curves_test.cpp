@@ -10,6 +10,7 @@
 
 #include "api/exports.h"
 #include "support/test_support.h"
+#include "tools/iccwriter/icc_writer.h"
 #include "transform/method0.h"
 #include "transform/method1.h"
 
@@ -18,19 +19,22 @@ namespace {
 using tintra3::Method0Transform;
 using tintra3::Method1Transform;
 using tintra3::test::RealProfile;
+using tintra3::test::TempPath;
 
 // Owns a matcher built on two real profiles; the curves it is handed stay
 // with the caller.
 class Matcher {
 public:
-    Matcher(const std::string& source, const std::string& destination, uint16_t method, uint16_t bitsIn = 8) {
+    Matcher(const std::string& source, const std::string& destination, uint16_t method, uint16_t bitsIn = 8)
+        : Matcher(RealProfile(source), RealProfile(destination), method, bitsIn, 0) {}
+    // Full paths, not names of installed profiles.
+    Matcher(const std::string& source, const std::string& destination, uint16_t method, uint16_t bitsIn, int) {
         std::memset(&m_, 0, sizeof m_);
         MatchingParams params{0, method, nullptr, 0};
         ImageParams image{kWidth, 1, kWidth * 4 * 2, kWidth * 4 * 2, bitsIn, 8, 0, 0};
         ProfileNames names{};
-        std::snprintf(names.sourceProfile, sizeof names.sourceProfile, "%s", RealProfile(source).c_str());
-        std::snprintf(names.destinationProfile, sizeof names.destinationProfile, "%s",
-                      RealProfile(destination).c_str());
+        std::snprintf(names.sourceProfile, sizeof names.sourceProfile, "%s", source.c_str());
+        std::snprintf(names.destinationProfile, sizeof names.destinationProfile, "%s", destination.c_str());
         InitCColorMatcher(&m_, &params, &image, &names);
     }
     ~Matcher() { TermCColorMatcher(&m_); }
@@ -226,6 +230,52 @@ TEST(ToneCurves, NoTransformIsRefused) {
     EXPECT_EQ(Merge1DLut(&m, 1, 8, 3, curves.buffers), 5000u);
     m.selector.method = 7;
     EXPECT_EQ(Merge1DLut(&m, 0, 8, 3, curves.buffers), 2040u);
+}
+
+// A build that failed leaves its half-made record in the selector. The
+// curve calls give what they give on any record (0, except the method-0
+// input rebuild, which fails on a record without a source kind after
+// rescaling the curves); no pixel goes through the record afterwards.
+TEST(ToneCurves, HalfBuiltRecordIsNotRefusedForBeingUnready) {
+    const std::string noTags = [] {
+        tintra3::icc::ProfileWriter w;  // an ICC profile without tags: no model can be made
+        std::string path = TempPath("tone-curves-no-tags.icc");
+        EXPECT_TRUE(w.WriteFile(path));
+        return path;
+    }();
+    const struct {
+        uint16_t method;
+        bool merge;
+        uint16_t side;
+        uint32_t expected;
+        bool rescaled;
+    } rows[] = {
+        {1, false, 0, 0, true},      // alternate input tables need nothing of the record
+        {1, false, 1, 0, true},      // likewise the output side
+        {1, true, 0, 0, false},      // no primary tables to compose with: nothing happens
+        {1, true, 1, 0, false},
+        {0, false, 1, 0, true},      // no grid entries to recompute
+        {0, true, 1, 0, true},
+        {0, false, 0, 5000, true},   // unknown source kind: the rebuild fails
+        {0, true, 0, 5000, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.method << (row.merge ? " merge " : " change ") << row.side);
+        Matcher m(RealProfile("sRGB.icc"), noTags, row.method, 8, 0);
+        ASSERT_EQ(m.status(), 5000u);
+        ASSERT_NE(m.get()->selector.transform, nullptr);
+        Curves curves({kIdentity8, kIdentity8, kIdentity8});
+        const uint32_t status = row.merge ? Merge1DLut(m.get(), row.side, 8, 3, curves.buffers)
+                                          : Change1DLut(m.get(), row.side, 8, 3, curves.buffers);
+        EXPECT_EQ(status, row.expected);
+        EXPECT_EQ(curves.data[0][1], row.rescaled ? (row.side == 0 && row.method == 1 ? 4095u : 65534u) : 255u);
+        const auto px = Sweep8(3);
+        std::vector<uint8_t> out(Matcher::kWidth * 4, 0xAB);
+        PixelRun in{const_cast<uint8_t*>(px.data()), 1};
+        PixelRun dst{out.data(), 1};
+        ColorMatchingProc2(m.get(), &in, &dst);
+        EXPECT_EQ(out, std::vector<uint8_t>(Matcher::kWidth * 4, 0xAB));  // no pixel written
+    }
 }
 
 TEST(ToneCurvesMethod0, OutputMergeAppliesCurveZeroToEveryChannel) {
