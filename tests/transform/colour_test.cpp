@@ -56,6 +56,12 @@ TEST(Conversions, EdgesOfTheLabFormulas) {
     LabToXyz(unit, lab, out);
     EXPECT_EQ(out[1], 7.9996247999999985 * 0.0011070519207350825);
 
+    // a chosen so that fx is exactly 0.2068927064827586: still the linear
+    // inverse (the cube would give 0.0088559578...).
+    const double onEdge[3] = {0, 34.480836, 0};
+    LabToXyz(unit, onEdge, out);
+    EXPECT_EQ(out[0], (0.2068927064827586 - 0.13793103448275862) * 0.1284191601386927);
+
     // Chroma clips to the 16-bit chroma code range; hue from unclipped a, b.
     const double wide[3] = {50, 300, 0};
     LabToLch(nullptr, wide, out);
@@ -118,6 +124,29 @@ TEST(Encodings, ClipAndRoundAtTheEdges) {
         c.encode(c.in, out);
         for (int k = 0; k < 3; ++k) EXPECT_EQ(out[k], c.out[k]) << c.why << " component " << k;
     }
+}
+
+// The decoders scale by fixed constants; 0.3921568627450981 is one unit in
+// the last place away from 100.0 / 255, which a round trip cannot see.
+TEST(Encodings, DecodersUseTheirFixedScales) {
+    const uint16_t code16[3] = {1, 1, 1};
+    const uint8_t code8[3] = {1, 1, 1};
+    double out[3];
+    struct Case {
+        double got, expected;
+        const char* why;
+    };
+    DecodeLab16(code16, out);
+    const Case lab16 = {out[0], 0.0015259021896696422, "16-bit Lab L"};
+    DecodeLch16(code16, out);
+    const Case lch16[] = {{out[0], 0.0015259021896696422, "16-bit LCh L"},
+                          {out[2], 9.58737992401123e-5 - 3.1415926535, "16-bit hue from -pi to ten decimals"}};
+    DecodeLab8(code8, out);
+    const Case lab8 = {out[0], 0.3921568627450981, "8-bit Lab L, not 100.0 / 255"};
+    DecodeLch8(code8, out);
+    const Case lch8[] = {{out[0], 0.3921568627450981, "8-bit LCh L, not 100.0 / 255"},
+                         {out[2], 0.02454369260546875 - 3.1415926535, "8-bit hue"}};
+    for (const Case& c : {lab16, lch16[0], lch16[1], lab8, lch8[0], lch8[1]}) EXPECT_EQ(c.got, c.expected) << c.why;
 }
 
 // Every code decodes and encodes back to itself: a wrong scale, offset or

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "profile/profile_model.h"
+#include "transform/colour.h"
 #include "support/test_support.h"
 #include "tools/iccwriter/icc_writer.h"
 
@@ -350,6 +351,227 @@ TEST(Method0, RealProfiles) {
                 EXPECT_EQ(U16(t->monoFraction)[v], u == 255 ? 256 : 0);
             }
         }
+    }
+}
+
+
+// --- Whole grids against a plain evaluation --------------------------------
+// Every node evaluated straight from the two profile models, step after step,
+// with per-axis interpolation instead of the builder's packed form.
+
+std::vector<uint8_t> Take(int ok, ValueBuffer* b) {
+    EXPECT_EQ(ok, 1);
+    std::vector<uint8_t> v(Bytes(*b), Bytes(*b) + b->count);
+    FreeValueBuffer(b);
+    return v;
+}
+
+struct Table8 {  // a lut as the 8-bit sampling sees it
+    std::vector<uint8_t> clut, in[4], out[4];
+    uint32_t points = 0, outputs = 0, stride[4] = {};
+};
+
+Table8 LoadLut(const LutModel& lut, uint32_t axes) {
+    Table8 t;
+    ValueBuffer b{};
+    t.clut = Take(LutClut8(&lut, &b), &b);
+    for (int c = 0; c < lut.inputChannels; ++c) t.in[c] = Take(LutInputTable8(&lut, c, &b), &b);
+    for (int c = 0; c < lut.outputChannels; ++c) t.out[c] = Take(LutOutputTable8(&lut, c, &b), &b);
+    t.points = lut.gridPoints;
+    t.outputs = lut.outputChannels;
+    for (uint32_t a = axes, s = t.outputs; a-- > 0; s *= t.points) t.stride[a] = s;
+    return t;
+}
+
+void Interp(const Table8& t, uint32_t axes, const uint8_t* code, uint8_t* out) {
+    uint32_t f[4];
+    size_t at = 0;
+    for (uint32_t a = 0; a < axes; ++a) {
+        const uint32_t s = code[a] * (t.points - 1);
+        uint32_t cell = s / 255;
+        f[a] = cell == t.points - 1 ? 256 : ((s - 255 * cell) * 256 + 128) / 255;
+        if (cell == t.points - 1) --cell;
+        at += cell * t.stride[a];
+    }
+    for (uint32_t k = 0; k < t.outputs; ++k) out[k] = uint8_t(Plain(t.clut.data(), axes, 0, at + k, f, t.stride));
+}
+
+void Decode(uint32_t pcs, const uint8_t* c, double* v) {
+    pcs == kSigLab ? DecodeLab8(c, v) : pcs == kSigLch ? DecodeLch8(c, v) : DecodeXyz8(c, v);
+}
+void Encode(uint32_t pcs, const double* v, uint8_t* c) {
+    pcs == kSigLab ? EncodeLab8(v, c) : pcs == kSigLch ? EncodeLch8(v, c) : EncodeXyz8(v, c);
+}
+void ToXyz(uint32_t pcs, const double* w, const uint8_t* c, double* xyz) {
+    double v[3];
+    Decode(pcs, c, v);
+    if (pcs == kSigLab) LabToXyz(w, v, xyz);
+    else if (pcs == kSigLch) LchToXyz(w, v, xyz);
+    else std::copy(v, v + 3, xyz);
+}
+void FromXyz(uint32_t pcs, const double* w, const double* xyz, uint8_t* c) {
+    double v[3];
+    if (pcs == kSigLab) XyzToLab(w, xyz, v);
+    else if (pcs == kSigLch) XyzToLch(w, xyz, v);
+    else std::copy(xyz, xyz + 3, v);
+    Encode(pcs, v, c);
+}
+
+std::vector<uint8_t> PlainGrid(const ProfileModel& src, const ProfileModel& dst, bool absolute) {
+    const double* white = src.illuminant;  // every Lab / LCh step uses the source illuminant
+    const uint32_t sp = src.outputSpace, dp = dst.inputSpace;
+    const uint32_t inputs = src.kind == 2 ? src.lut.inputChannels : src.kind == 3 ? 1 : 3;
+    const uint32_t points = src.kind == 3 ? 256 : inputs == 3 ? 33 : 17;
+    const uint32_t outputs = dst.kind == 2 ? dst.lut.outputChannels : dst.kind == 3 ? 1 : 3;
+    Table8 st, dt;
+    if (src.kind == 2) st = LoadLut(src.lut, inputs);
+    if (dst.kind == 2) dt = LoadLut(dst.lut, 3);
+    uint32_t nodes = 1;
+    for (uint32_t a = 0; a < inputs; ++a) nodes *= points;
+    std::vector<uint8_t> grid;
+    for (uint32_t n = 0; n < nodes; ++n) {
+        uint32_t idx[4];
+        for (uint32_t a = inputs, r = n; a-- > 0; r /= points) idx[a] = r % points;
+        double xyz[3];
+        uint8_t pcs[3];
+        bool direct = false;  // table to table without the absolute flag: PCS codes, no XYZ
+        if (src.kind == 1) {
+            for (int r = 0; r < 3; ++r)
+                xyz[r] = src.matrix[r][0] * (idx[0] / 32.0) + src.matrix[r][1] * (idx[1] / 32.0) +
+                         src.matrix[r][2] * (idx[2] / 32.0);
+        } else if (src.kind == 2) {
+            uint8_t code[4], o[4];
+            for (uint32_t a = 0; a < inputs; ++a) code[a] = uint8_t((255 * idx[a] + points / 2) / (points - 1));
+            Interp(st, inputs, code, o);
+            uint8_t s[3];
+            for (int c = 0; c < 3; ++c) s[c] = st.out[c][o[c]];
+            if (dst.kind == 2 && !absolute) {
+                direct = true;
+                double v[3], w[3];
+                Decode(sp, s, v);
+                if (sp == dp) std::copy(s, s + 3, pcs);
+                else {
+                    if (sp == kSigLab && dp == kSigLch) LabToLch(white, v, w);
+                    else if (sp == kSigLch && dp == kSigLab) LchToLab(white, v, w);
+                    else if (dp == kSigXyz) sp == kSigLab ? LabToXyz(white, v, w) : LchToXyz(white, v, w);
+                    else dp == kSigLab ? XyzToLab(white, v, w) : XyzToLch(white, v, w);
+                    Encode(dp, w, pcs);
+                }
+            } else {
+                ToXyz(sp, white, s, xyz);
+            }
+        } else {
+            const uint8_t g = uint8_t(idx[0]);
+            if (sp == kSigXyz) {
+                const uint8_t c[3] = {g, g, g};
+                DecodeXyz8(c, xyz);
+                for (int k = 0; k < 3; ++k) xyz[k] *= white[k];
+            } else {
+                const uint8_t c[3] = {g, 128, 128};
+                double v[3];
+                Decode(sp, c, v);
+                v[1] = v[2] = 0;
+                sp == kSigLab ? LabToXyz(white, v, xyz) : LchToXyz(white, v, xyz);
+            }
+        }
+        if (absolute)
+            for (int k = 0; k < 3; ++k) xyz[k] *= src.whitePoint[k] / dst.whitePoint[k];
+        uint8_t out[4];
+        if (dst.kind == 1) {
+            for (int r = 0; r < 3; ++r) {
+                double v = dst.matrix[r][0] * xyz[0] + dst.matrix[r][1] * xyz[1] + dst.matrix[r][2] * xyz[2];
+                v = v < 0 ? 0 : v > 1 ? 1 : v;
+                out[r] = uint8_t(TruncToInt(v * 255 + 0.5));
+            }
+        } else if (dst.kind == 3) {
+            FromXyz(dp, white, xyz, pcs);
+            out[0] = dp == kSigXyz ? pcs[1] : pcs[0];
+        } else {
+            if (!direct) FromXyz(dp, white, xyz, pcs);
+            uint8_t c[3];
+            for (int k = 0; k < 3; ++k) c[k] = dt.in[k][pcs[k]];
+            if (dp == kSigXyz) {  // the lut matrix after the input curves
+                double v[3], w[3];
+                DecodeXyz8(c, v);
+                const double* m = dst.lut.matrix;
+                for (int r = 0; r < 3; ++r) w[r] = m[3 * r] * v[0] + m[3 * r + 1] * v[1] + m[3 * r + 2] * v[2];
+                EncodeXyz8(w, c);
+            }
+            Interp(dt, 3, c, out);
+        }
+        grid.insert(grid.end(), out, out + outputs);
+    }
+    return grid;
+}
+
+void ExpectPlainGrid(const std::string& srcPath, const std::string& dstPath, uint16_t intent) {
+    SCOPED_TRACE(srcPath + " -> " + dstPath + " intent " + std::to_string(intent));
+    ProfileFile a{}, b{};
+    if (!OpenProfile(srcPath.c_str(), &a)) GTEST_SKIP() << "not installed: " << srcPath;
+    if (!OpenProfile(dstPath.c_str(), &b)) {
+        CloseProfile(&a);
+        GTEST_SKIP() << "not installed: " << dstPath;
+    }
+    Record t = NewRecord();
+    ProfileModel src{}, dst{};
+    const bool models = BuildSourceModel(intent, &a, &src) && BuildDestinationModel(intent, &b, 0, &dst);
+    const int built = BuildMethod0Transform(t.get(), intent, &a, &b, 0);
+    CloseProfile(&a);
+    CloseProfile(&b);
+    if (!models) {
+        EXPECT_EQ(built, 0);  // e.g. a printer profile without the intent's table
+    } else if (built == 1) {
+        const std::vector<uint8_t> want = PlainGrid(src, dst, intent == 3);
+        ASSERT_EQ(t->grid.count, want.size());
+        size_t bad = 0, first = 0;
+        for (size_t e = 0; e < want.size(); ++e)
+            if (Bytes(t->grid)[e] != want[e] && bad++ == 0) first = e;
+        EXPECT_EQ(bad, 0u) << "first at entry " << first << ": " << int(Bytes(t->grid)[first]) << " vs "
+                           << int(want[first]);
+    } else {
+        ADD_FAILURE() << "build failed";
+    }
+    ReleaseProfileModel(&src);
+    ReleaseProfileModel(&dst);
+}
+
+TEST(Method0, GridsEqualPlainEvaluation) {
+    struct Case { const char* src; const char* dst; } cases[] = {
+        {"sRGB.icc", "compatibleWithAdobeRGB1998.icc"},                // matrix -> matrix
+        {"sRGB.icc", "ghostscript/default_cmyk.icc"},                  // matrix -> Lab table
+        {"sRGB.icc", "ghostscript/ps_cmyk.icc"},                       // matrix -> XYZ table, lut matrix
+        {"sRGB.icc", "Gray.icc"},                                      // matrix -> grey (Y code)
+        {"ghostscript/default_cmyk.icc", "sRGB.icc"},                  // 4-D table -> matrix
+        {"ghostscript/lab.icc", "sRGB.icc"},                           // 3-D table -> matrix
+        {"ghostscript/ps_cmyk.icc", "ghostscript/default_cmyk.icc"},   // XYZ -> Lab tables
+        {"ghostscript/default_cmyk.icc", "ghostscript/ps_cmyk.icc"},   // Lab -> XYZ tables
+        {"ghostscript/default_cmyk.icc", "ghostscript/default_cmyk.icc"},  // equal PCS: codes pass
+        {"ghostscript/default_cmyk.icc", "Gray-CIE_L.icc"},            // table -> grey (L code)
+        {"Gray.icc", "sRGB.icc"},                                      // XYZ grey source
+        {"Gray-CIE_L.icc", "ghostscript/default_cmyk.icc"},            // Lab grey -> table
+        {"Gray.icc", "Gray-CIE_L.icc"},                                // grey -> grey
+    };
+    // Relative, and absolute (media white ratios; table -> table via XYZ).
+    for (const Case& c : cases)
+        for (uint16_t intent : {0, 3}) ExpectPlainGrid(test::RealProfile(c.src), test::RealProfile(c.dst), intent);
+}
+
+TEST(Method0, LchGridsEqualPlainEvaluation) {
+    // Identity tables on every PCS: the grid shows the direct PCS conversions.
+    const icc::Lut id = icc::IdentityLut(3, 9, 256);
+    const uint32_t pcs[3] = {kSigLab, kSigLch, kSigXyz};
+    std::string path[3];
+    for (int i = 0; i < 3; ++i)  // the LCh one as 'mft2'
+        path[i] = Write(icc::LutProfile(icc::Sig4("scnr"), icc::Sig4("RGB "), pcs[i], &id, &id, i == 1),
+                        std::string("m0_pcs") + char('0' + i) + ".icc");
+    const std::string lchGrey = Write(icc::GrayProfile(1.8, kSigLch), "m0_lch_grey.icc");
+    for (uint16_t intent : {0, 3}) {
+        ExpectPlainGrid(path[1], path[0], intent);  // LCh -> Lab
+        ExpectPlainGrid(path[0], path[1], intent);  // Lab -> LCh
+        ExpectPlainGrid(path[1], path[2], intent);  // LCh -> XYZ
+        ExpectPlainGrid(path[2], path[1], intent);  // XYZ -> LCh
+        ExpectPlainGrid(lchGrey, path[0], intent);  // LCh grey source
+        ExpectPlainGrid(path[0], lchGrey, intent);  // LCh grey destination
     }
 }
 

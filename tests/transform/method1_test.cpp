@@ -99,6 +99,46 @@ TEST(Method1Build, IdenticalLinearMatrixProfilesGiveTheIdentityGrid) {
     }
 }
 
+// Unit primaries make both matrices exact, so each node is trunc(0.5 + v 65535)
+// of its accumulated node position v (times the white ratio for absolute):
+// catches a missing + 0.5 or a different white scaling, which the round trip
+// above tolerates.
+TEST(Method1Build, UnitPrimariesGiveExactlyRoundedNodes) {
+    icc::Primaries unit;
+    unit.red = {1, 0, 0};
+    unit.green = {0, 1, 0};
+    unit.blue = {0, 0, 1};
+    unit.white = {1, 1, 1};
+    icc::Primaries brighter = unit;
+    brighter.white = {2, 2, 2};
+    double node[32];
+    node[0] = 0.0;
+    for (int i = 1; i < 32; ++i) node[i] = node[i - 1] + 1.0 / 31;
+    struct Case {
+        const icc::Primaries* destination;
+        uint16_t intent;
+        double scale;
+        const char* why;
+    } cases[] = {
+        {&unit, 1, 1.0, "relative"},
+        {&brighter, 1, 1.0, "relative ignores the media whites"},
+        {&brighter, 3, 0.5, "absolute: x source white / destination white"},
+    };
+    for (const Case& c : cases) {
+        int result;
+        TransformPtr t =
+            Build(icc::MatrixTrcGammaProfile(unit, 1.0), icc::MatrixTrcGammaProfile(*c.destination, 1.0), c.intent,
+                  &result);
+        ASSERT_EQ(result, 1) << c.why;
+        const double scale = c.scale;
+        EXPECT_EQ(MaxNodeError(*t, [&](const uint32_t* k, uint32_t ch) {
+                      return uint32_t(0.5 + node[k[ch]] * scale * 65535.0);
+                  }),
+                  0)
+            << c.why;
+    }
+}
+
 TEST(Method1Build, AbsoluteIntentScalesByTheMediaWhites) {
     icc::Primaries brighter;
     brighter.white = {2 * 0.9642, 2.0, 2 * 0.8249};
@@ -145,6 +185,61 @@ TEST(Method1Build, IdentityLutProfilesGiveTheIdentityGrid) {
     }
 }
 
+// Two-point XYZ luts with two-entry tables: every step of the chain is an
+// exact integer operation, so each node can be predicted to the code. This
+// pins the node levels (k 65535 + p/2) / (p - 1), which lut matrix is used
+// (a source's only for an XYZ device space) and where it sits (a
+// destination's after its input tables).
+TEST(Method1Build, XyzLutChainIsExactToTheCode) {
+    static const uint16_t kRamp[2] = {0, 65535};
+    static const uint16_t kConvex[3] = {0, 0, 65535};
+    // One 2-entry table step or one 2-point grid step: the same lerp.
+    auto ramp = [](uint32_t v) {
+        ValueBuffer t{2, 0, const_cast<uint16_t*>(kRamp)};
+        return uint32_t(InterpolateTable16(&t, v));
+    };
+    auto convex = [](uint32_t v) {
+        ValueBuffer t{3, 0, const_cast<uint16_t*>(kConvex)};
+        return uint32_t(InterpolateTable16(&t, v));
+    };
+    auto half = [](uint32_t v) { return uint32_t(v * 0.5 + 0.5); };  // 1.15 code x 0.5, re-encoded
+    auto same = [](uint32_t v) { return v; };
+    struct Case {
+        uint32_t sourceSpace;
+        double sourceScale;
+        bool convexDestinationTable;
+        double destinationScale;
+        uint32_t (*sourceMatrix)(uint32_t);
+        uint32_t (*destinationTable)(uint32_t);
+        uint32_t (*destinationMatrix)(uint32_t);
+        const char* why;
+    } cases[] = {
+        {Sig4("RGB "), 1.0, false, 1.0, same, ramp, same, "identity chain: levels come through unchanged"},
+        {Sig4("RGB "), 0.5, false, 1.0, same, ramp, same, "an RGB source ignores its lut matrix"},
+        {Sig4("XYZ "), 0.5, false, 1.0, half, ramp, same, "an XYZ source applies it before the grid"},
+        {Sig4("RGB "), 1.0, true, 0.5, same, convex, half, "destination matrix after its input tables"},
+    };
+    for (const Case& c : cases) {
+        icc::Lut a2b = icc::IdentityLut(3, 2, 2);
+        a2b.matrix = {c.sourceScale, 0, 0, 0, c.sourceScale, 0, 0, 0, c.sourceScale};
+        icc::Lut b2a = icc::IdentityLut(3, 2, 2);
+        b2a.matrix = {c.destinationScale, 0, 0, 0, c.destinationScale, 0, 0, 0, c.destinationScale};
+        if (c.convexDestinationTable) b2a.inputTables.assign(3, std::vector<uint16_t>(kConvex, kConvex + 3));
+        const icc::ProfileWriter source = icc::LutProfile(Sig4("prtr"), c.sourceSpace, Sig4("XYZ "), &a2b, nullptr, true);
+        const icc::ProfileWriter destination =
+            icc::LutProfile(Sig4("prtr"), Sig4("RGB "), Sig4("XYZ "), nullptr, &b2a, true);
+        int result;
+        TransformPtr t = Build(source, destination, 0, &result);
+        ASSERT_EQ(result, 1) << c.why;
+        const auto expected = [&](const uint32_t* k, uint32_t ch) {
+            // source: matrix?, grid, output table; destination: input table, matrix?, grid.
+            const uint32_t pcs = ramp(ramp(c.sourceMatrix(Level(k[ch], 32))));
+            return ramp(c.destinationMatrix(c.destinationTable(pcs)));
+        };
+        EXPECT_EQ(MaxNodeError(*t, expected), 0) << c.why;
+    }
+}
+
 // Four inputs: a 16-point grid sampled through a 2-point lut whose first
 // output falls with the fourth input, so the last axis matters.
 TEST(Method1Build, FourInputLutSourceUsesSixteenPoints) {
@@ -185,22 +280,25 @@ TEST(Method1Build, GreySources) {
     struct Case {
         uint32_t sourcePcs;
         bool greyDestination;
+        double destinationIlluminantY;  // the destination's own white must not enter
         uint32_t (*expected)(uint32_t level);
         const char* why;
     } cases[] = {
-        {Sig4("Lab "), true, [](uint32_t l) { return l; }, "grey to grey through Lab"},
-        {Sig4("XYZ "), true, [](uint32_t l) { return l; }, "grey to grey through XYZ: the 1.15 reading cancels"},
+        {Sig4("Lab "), true, 1.0, [](uint32_t l) { return l; }, "grey to grey through Lab"},
+        {Sig4("Lab "), true, 0.5, [](uint32_t l) { return l; }, "Lab both ways against the source illuminant"},
+        {Sig4("XYZ "), true, 1.0, [](uint32_t l) { return l; }, "grey to grey through XYZ: the 1.15 reading cancels"},
         // An XYZ grey reads its level as a 1.15 code: into linear RGB it is
         // twice as bright, up to the clip.
-        {Sig4("XYZ "), false, [](uint32_t l) { return std::min<uint32_t>(2 * l, 65535); }, "XYZ grey to RGB"},
+        {Sig4("XYZ "), false, 1.0, [](uint32_t l) { return std::min<uint32_t>(2 * l, 65535); }, "XYZ grey to RGB"},
     };
     for (const Case& c : cases) {
         const icc::ProfileWriter source = icc::GrayProfile(1.0, c.sourcePcs);
         // Primaries that add up to D50, so that a neutral comes out as R = G = B.
         icc::Primaries d50;
         d50.blue = {0.1430, 0.0606, 0.7139};
-        const icc::ProfileWriter destination =
+        icc::ProfileWriter destination =
             c.greyDestination ? icc::GrayProfile(1.0, c.sourcePcs) : icc::MatrixTrcGammaProfile(d50, 1.0);
+        destination.header.illuminant[1] = c.destinationIlluminantY;
         int result;
         TransformPtr t = Build(source, destination, 0, &result);
         ASSERT_EQ(result, 1) << c.why;
