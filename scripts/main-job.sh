@@ -13,6 +13,10 @@ cmake --build --preset release
 tintra=./build/release/tools/tintra
 mkdir -p "$out"
 
+echo "== the C example (examples/convert.c): sRGB to Adobe RGB through the toolbox layer"
+./build/release/examples/example_convert
+echo
+
 rows=""
 size=""
 now() { date +%s.%N; }

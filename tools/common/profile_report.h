@@ -1,0 +1,16 @@
+// The profile report shared by `tintra info` and `tintra-inspect`: what the
+// library's profile reader sees in a file (header, tag directory with each
+// element's type, and the model it becomes as source and as destination for
+// each intent code).
+#pragma once
+
+#include <string>
+
+namespace tintra3::report {
+
+// Prints the report of the profile at `path` under the heading `title` to
+// standard output. A file that cannot be read as a profile gives one error
+// line instead, and false.
+bool PrintProfileReport(const std::string& path, const std::string& title);
+
+}  // namespace tintra3::report

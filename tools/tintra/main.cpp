@@ -1,0 +1,443 @@
+// tintra: the command-line tool of the colour-matching library.
+//
+//   tintra convert IN OUT [options]   convert a TIFF or PNG image
+//   tintra info PROFILE...            what the library reads from profiles
+//   tintra eval --src P --dst P [VALUES...]
+//   tintra chart OUT                  write the built-in test chart
+//   tintra compare A B                colour difference of two images
+//
+// Conversions go through the library's exported toolbox interface only.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <unistd.h>
+
+#include "tools/common/profile_report.h"
+#include "tools/tintra/common.h"
+#include "tools/tintra/engine.h"
+#include "tools/tintra/image_io.h"
+#include "tools/tintra/profiles.h"
+
+namespace tintra3::cli {
+namespace {
+
+const char* const kMainHelp =
+    "usage: tintra COMMAND [ARGS...]\n"
+    "\n"
+    "Colour-matches images and colour values between ICC profiles.\n"
+    "\n"
+    "commands:\n"
+    "  convert IN OUT     convert a TIFF or PNG image from one profile to another\n"
+    "  info PROFILE...    show the header, tags and models the library reads\n"
+    "  eval               convert colour values given as arguments or on standard input\n"
+    "  chart OUT          write the built-in test chart (sRGB)\n"
+    "  compare A B        mean and maximum colour difference (dE*ab) of two images\n"
+    "\n"
+    "Profiles are file paths or built-in names: builtin:srgb, builtin:gray22,\n"
+    "builtin:cmyk, builtin:lab. 'tintra COMMAND --help' describes a command.\n";
+
+const char* const kConvertHelp =
+    "usage: tintra convert IN OUT [options]\n"
+    "       tintra convert --dst PROFILE --write-profile FILE\n"
+    "\n"
+    "Reads IN (TIFF: grey, RGB, CMYK, Lab; PNG: grey, RGB; 8 or 16 bits; an\n"
+    "alpha channel is carried through unchanged), converts its colours and\n"
+    "writes OUT (.tif/.tiff or .png) with the destination profile embedded.\n"
+    "\n"
+    "options:\n"
+    "  --src PROFILE        source profile (default: the profile embedded in IN,\n"
+    "                       else builtin:gray22, builtin:srgb or builtin:cmyk by\n"
+    "                       the number of colour channels)\n"
+    "  --dst PROFILE        destination profile (required for TIFF output; PNG\n"
+    "                       output defaults to builtin:srgb, or builtin:gray22\n"
+    "                       for a grey source)\n"
+    "  --intent NAME        perceptual (default), relative, saturation, absolute\n"
+    "  --method 0|1         0: 8-bit precision, 1: 16-bit precision (default 1)\n"
+    "  --bits 8|16          output bits per sample (default: those of IN)\n"
+    "  --planar             write the TIFF with separate planes\n"
+    "  --threads N          worker threads (default: the number of cores)\n"
+    "  --block-lines N      image lines per block handed to the library\n"
+    "                       (default: about 64K pixels per block)\n"
+    "  --write-profile FILE also save the destination profile to FILE\n"
+    "  --stats              print timing: build_s, convert_s, mpix_per_s\n"
+    "  --no-progress        no progress bar (shown only on a terminal)\n";
+
+const char* const kInfoHelp =
+    "usage: tintra info PROFILE...\n"
+    "\n"
+    "Prints, for each profile (a path or builtin:NAME), the header fields, the\n"
+    "tag directory with each element's type, and the model the profile becomes\n"
+    "as source and as destination for the intent codes 0..3 (kind 1 matrix/TRC,\n"
+    "2 lookup table, 3 grey, or 'fails').\n";
+
+const char* const kEvalHelp =
+    "usage: tintra eval --src PROFILE --dst PROFILE [options] [VALUES...]\n"
+    "\n"
+    "Converts colours and prints the destination device values, one colour per\n"
+    "line. Each VALUES argument is one colour, its channel values separated by\n"
+    "commas or spaces (\"255,128,0\"); without VALUES, colours are read from\n"
+    "standard input, one per line ('#' starts a comment). Values are integers\n"
+    "of --in-bits bits; results are integers of --bits bits.\n"
+    "\n"
+    "options:\n"
+    "  --intent NAME        perceptual (default), relative, saturation, absolute\n"
+    "  --method 0|1         default 1\n"
+    "  --in-bits 8|10|12|16 input bits per value (default 8)\n"
+    "  --bits 8|16          output bits per value (default 8)\n"
+    "  --write-profile FILE also save the destination profile to FILE\n";
+
+const char* const kChartHelp =
+    "usage: tintra chart OUT [--size WxH] [--bits 8|16]\n"
+    "\n"
+    "Writes the test chart (sRGB, builtin:srgb embedded) as TIFF or PNG: ramps\n"
+    "of red, green, blue, cyan, magenta, yellow and grey, a hue/lightness sweep\n"
+    "and a smooth gradient field. Default size 2048x1536, 8 bits.\n";
+
+const char* const kCompareHelp =
+    "usage: tintra compare A B [--profile PROFILE] [--threads N]\n"
+    "\n"
+    "Turns both images into CIELAB through the library (destination\n"
+    "builtin:lab, relative colorimetric, method 1, 16 bits) and prints the mean,\n"
+    "95th percentile and maximum CIE 1976 colour difference dE*ab. Each image\n"
+    "is read through PROFILE if given, else its embedded profile, else the\n"
+    "built-in default for its channel count.\n";
+
+// ---- command-line parsing --------------------------------------------------
+
+struct Args {
+    std::vector<std::string> positional;
+    std::map<std::string, std::string> values;
+    std::set<std::string> flags;
+    bool help = false;
+
+    bool Has(const std::string& name) const { return values.count(name) != 0; }
+    std::string Get(const std::string& name, const std::string& fallback = "") const {
+        auto it = values.find(name);
+        return it == values.end() ? fallback : it->second;
+    }
+};
+
+Args Parse(const std::vector<std::string>& argv, const std::string& command, const std::set<std::string>& valued,
+           const std::set<std::string>& flags) {
+    Args args;
+    bool endOfOptions = false;
+    for (size_t i = 0; i < argv.size(); ++i) {
+        const std::string& a = argv[i];
+        if (endOfOptions || a.size() < 2 || a[0] != '-' || (a[1] != '-' && a != "-h")) {
+            args.positional.push_back(a);
+            continue;
+        }
+        if (a == "--") {
+            endOfOptions = true;
+            continue;
+        }
+        if (a == "--help" || a == "-h") {
+            args.help = true;
+            continue;
+        }
+        std::string name = a.substr(2), value;
+        const size_t eq = name.find('=');
+        const bool inlineValue = eq != std::string::npos;
+        if (inlineValue) {
+            value = name.substr(eq + 1);
+            name = name.substr(0, eq);
+        }
+        if (valued.count(name)) {
+            if (!inlineValue) {
+                if (i + 1 >= argv.size()) throw Failure("option --" + name + " needs a value", true);
+                value = argv[++i];
+            }
+            args.values[name] = value;
+        } else if (flags.count(name) && !inlineValue) {
+            args.flags.insert(name);
+        } else {
+            throw Failure("unknown option '" + a + "' for 'tintra " + command + "'", true);
+        }
+    }
+    return args;
+}
+
+long ParseInteger(const std::string& text, const std::string& what, long low, long high) {
+    errno = 0;
+    char* end = nullptr;
+    const long v = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || errno != 0 || v < low || v > high)
+        throw Failure(what + " must be an integer from " + std::to_string(low) + " to " + std::to_string(high) +
+                          ", not '" + text + "'",
+                      true);
+    return v;
+}
+
+int32_t ParseIntent(const std::string& name) {
+    if (name == "perceptual") return kIntentPerceptual;
+    if (name == "relative") return kIntentRelative;
+    if (name == "saturation") return kIntentSaturation;
+    if (name == "absolute") return kIntentAbsolute;
+    throw Failure("--intent must be perceptual, relative, saturation or absolute, not '" + name + "'", true);
+}
+
+uint16_t ParseBits(const std::string& text, const std::string& option) {
+    if (text == "8") return 8;
+    if (text == "16") return 16;
+    throw Failure(option + " must be 8 or 16, not '" + text + "'", true);
+}
+
+MatchSettings ParseMatch(const Args& args, uint16_t defaultBits) {
+    MatchSettings s;
+    s.intent = ParseIntent(args.Get("intent", "perceptual"));
+    s.method = uint16_t(ParseInteger(args.Get("method", "1"), "--method", 0, 1));
+    s.bitsOut = args.Has("bits") ? ParseBits(args.Get("bits"), "--bits") : defaultBits;
+    return s;
+}
+
+unsigned DefaultThreads() { return std::max(1u, std::thread::hardware_concurrency()); }
+
+unsigned ParseThreads(const Args& args) {
+    return args.Has("threads") ? unsigned(ParseInteger(args.Get("threads"), "--threads", 1, 256)) : DefaultThreads();
+}
+
+void WriteBytes(const std::vector<uint8_t>& bytes, const std::string& path) {
+    PendingOutput out(path);
+    std::FILE* f = std::fopen(out.tempPath().c_str(), "wb");
+    bool ok = f && std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+    if (f && std::fclose(f) != 0) ok = false;
+    if (!ok) throw Failure("cannot write '" + path + "': " + std::strerror(errno));
+    out.Commit();
+}
+
+void WriteImageFile(const Image& image, const std::string& path, FileFormat format) {
+    PendingOutput out(path);
+    WriteImage(image, format, out.tempPath(), path);
+    out.Commit();
+}
+
+// ---- commands --------------------------------------------------------------
+
+int Convert(const std::vector<std::string>& argv) {
+    const Args args = Parse(argv, "convert", {"src", "dst", "intent", "method", "bits", "threads", "block-lines",
+                                              "write-profile"},
+                            {"planar", "stats", "no-progress"});
+    if (args.help) {
+        std::fputs(kConvertHelp, stdout);
+        return 0;
+    }
+    if (args.positional.empty() && args.Has("write-profile")) {
+        if (!args.Has("dst")) throw Failure("--write-profile without images needs --dst", true);
+        WriteBytes(LoadProfile(args.Get("dst")).bytes, args.Get("write-profile"));
+        return 0;
+    }
+    if (args.positional.size() != 2) throw Failure("convert needs an input and an output image", true);
+    const std::string& inPath = args.positional[0];
+    const std::string& outPath = args.positional[1];
+    const FileFormat outFormat = FormatOf(outPath);
+    const bool planar = args.flags.count("planar") != 0;
+    if (planar && outFormat != FileFormat::kTiff) throw Failure("--planar needs a TIFF output", true);
+    ConvertOptions options;
+    options.threads = ParseThreads(args);
+    if (args.Has("block-lines"))
+        options.blockLines = uint32_t(ParseInteger(args.Get("block-lines"), "--block-lines", 1, 65535));
+    options.outputPlanar = planar;
+    options.progress = !args.flags.count("no-progress") && isatty(STDERR_FILENO);
+    // Validate the settings before reading anything.
+    MatchSettings match = ParseMatch(args, 8);
+
+    const Image in = ReadImage(inPath);
+    if (!args.Has("bits")) match.bitsOut = uint16_t(in.bits);
+    options.match = match;
+
+    const Profile src = args.Has("src")       ? LoadProfile(args.Get("src"))
+                        : !in.icc.empty()     ? EmbeddedProfile(in.icc, inPath)
+                                              : LoadProfile(DefaultProfileFor(in.colourChannels, in.colorSpace));
+    std::string dstSpec = args.Get("dst");
+    if (dstSpec.empty()) {
+        if (outFormat == FileFormat::kTiff)
+            throw Failure("--dst is required for TIFF output (a profile path or builtin:NAME)", true);
+        dstSpec = ChannelsOf(src.ColorSpace()) == 1 ? "builtin:gray22" : "builtin:srgb";
+    }
+    const Profile dst = LoadProfile(dstSpec);
+    const int outChannels = ChannelsOf(dst.ColorSpace());
+    if (outFormat == FileFormat::kPng && outChannels != 1 && outChannels != 3)
+        throw Failure("PNG holds only grey or RGB images, but destination profile " + dst.label + " is " +
+                          SignatureText(dst.ColorSpace()) + " (write a TIFF)",
+                      true);
+
+    ConvertStats stats;
+    const Image out = ConvertImage(in, inPath, src, dst, options, &stats);
+    WriteImageFile(out, outPath, outFormat);
+    if (args.Has("write-profile")) WriteBytes(dst.bytes, args.Get("write-profile"));
+
+    if (args.flags.count("stats")) {
+        const double mp = double(in.pixelCount()) / 1e6;
+        std::printf("stats: width=%u height=%u pixels=%zu build_s=%.4f convert_s=%.4f mpix_per_s=%.2f threads=%u "
+                    "blocks=%u\n",
+                    in.width, in.height, in.pixelCount(), stats.buildSeconds, stats.convertSeconds,
+                    stats.convertSeconds > 0 ? mp / stats.convertSeconds : 0.0, stats.threads, stats.blocks);
+    }
+    return 0;
+}
+
+int Info(const std::vector<std::string>& argv) {
+    const Args args = Parse(argv, "info", {}, {});
+    if (args.help) {
+        std::fputs(kInfoHelp, stdout);
+        return 0;
+    }
+    if (args.positional.empty()) throw Failure("info needs at least one profile", true);
+    int status = 0;
+    for (const std::string& spec : args.positional) {
+        if (spec.rfind(kBuiltinPrefix, 0) == 0) {
+            const Profile p = LoadProfile(spec);
+            if (!report::PrintProfileReport(p.path, spec)) status = 1;
+        } else if (!report::PrintProfileReport(spec, spec)) {
+            status = 1;
+        }
+    }
+    return status;
+}
+
+// One colour: integers separated by commas, spaces or tabs.
+std::vector<uint32_t> ParseColour(const std::string& text, size_t channels, uint16_t bits) {
+    std::string spaced = text;
+    for (char& c : spaced)
+        if (c == ',' || c == '\t' || c == ';') c = ' ';
+    std::istringstream in(spaced);
+    std::vector<uint32_t> values;
+    std::string token;
+    const long maxValue = (1L << bits) - 1;
+    while (in >> token) values.push_back(uint32_t(ParseInteger(token, "a colour value", 0, maxValue)));
+    if (values.size() != channels)
+        throw Failure("'" + text + "' has " + std::to_string(values.size()) + " values; the source profile needs " +
+                          std::to_string(channels),
+                      true);
+    return values;
+}
+
+int Eval(const std::vector<std::string>& argv) {
+    const Args args =
+        Parse(argv, "eval", {"src", "dst", "intent", "method", "bits", "in-bits", "write-profile"}, {});
+    if (args.help) {
+        std::fputs(kEvalHelp, stdout);
+        return 0;
+    }
+    if (!args.Has("src") || !args.Has("dst")) throw Failure("eval needs --src and --dst", true);
+    const MatchSettings match = ParseMatch(args, 8);
+    const std::string inBitsText = args.Get("in-bits", "8");
+    if (inBitsText != "8" && inBitsText != "10" && inBitsText != "12" && inBitsText != "16")
+        throw Failure("--in-bits must be 8, 10, 12 or 16, not '" + inBitsText + "'", true);
+    const uint16_t inBits = uint16_t(std::atoi(inBitsText.c_str()));
+    const Profile src = LoadProfile(args.Get("src"));
+    const Profile dst = LoadProfile(args.Get("dst"));
+    ConvertValues({}, inBits, src, dst, match);  // reports unusable profiles before any value is read
+    const size_t channels = size_t(ChannelsOf(src.ColorSpace()));
+
+    std::vector<std::vector<uint32_t>> colours;
+    if (!args.positional.empty()) {
+        for (const std::string& a : args.positional) colours.push_back(ParseColour(a, channels, inBits));
+    } else {
+        std::string line;
+        while (std::getline(std::cin, line)) {
+            const size_t hash = line.find('#');
+            if (hash != std::string::npos) line.erase(hash);
+            if (line.find_first_not_of(" \t\r,;") == std::string::npos) continue;
+            colours.push_back(ParseColour(line, channels, inBits));
+        }
+    }
+    for (const std::vector<uint32_t>& out : ConvertValues(colours, inBits, src, dst, match)) {
+        for (size_t c = 0; c < out.size(); ++c) std::printf(c ? " %u" : "%u", out[c]);
+        std::printf("\n");
+    }
+    if (args.Has("write-profile")) WriteBytes(dst.bytes, args.Get("write-profile"));
+    return 0;
+}
+
+int Chart(const std::vector<std::string>& argv) {
+    const Args args = Parse(argv, "chart", {"size", "bits"}, {});
+    if (args.help) {
+        std::fputs(kChartHelp, stdout);
+        return 0;
+    }
+    if (args.positional.size() != 1) throw Failure("chart needs one output image", true);
+    const FileFormat format = FormatOf(args.positional[0]);
+    uint32_t width = 2048, height = 1536;
+    if (args.Has("size")) {
+        const std::string size = args.Get("size");
+        const size_t x = size.find('x');
+        if (x == std::string::npos) throw Failure("--size must be WIDTHxHEIGHT, not '" + size + "'", true);
+        width = uint32_t(ParseInteger(size.substr(0, x), "the chart width", 8, 65535));
+        height = uint32_t(ParseInteger(size.substr(x + 1), "the chart height", 8, 65535));
+    }
+    const uint16_t bits = args.Has("bits") ? ParseBits(args.Get("bits"), "--bits") : 8;
+    WriteImageFile(MakeChart(width, height, bits), args.positional[0], format);
+    return 0;
+}
+
+int Compare(const std::vector<std::string>& argv) {
+    const Args args = Parse(argv, "compare", {"profile", "threads"}, {});
+    if (args.help) {
+        std::fputs(kCompareHelp, stdout);
+        return 0;
+    }
+    if (args.positional.size() != 2) throw Failure("compare needs two images", true);
+    const unsigned threads = ParseThreads(args);
+    const std::string &aPath = args.positional[0], &bPath = args.positional[1];
+    const Image a = ReadImage(aPath), b = ReadImage(bPath);
+    auto profileOf = [&](const Image& img, const std::string& path) {
+        if (args.Has("profile")) return LoadProfile(args.Get("profile"));
+        if (!img.icc.empty()) return EmbeddedProfile(img.icc, path);
+        return LoadProfile(DefaultProfileFor(img.colourChannels, img.colorSpace));
+    };
+    const Profile aProfile = profileOf(a, aPath), bProfile = profileOf(b, bPath);
+    const DeltaE d = CompareImages(a, aPath, aProfile, b, bPath, bProfile, threads);
+    std::printf("dE*ab: mean %.3f p95 %.3f max %.3f at %u,%u (%zu pixels)\n", d.mean, d.p95, d.max, d.maxX, d.maxY,
+                a.pixelCount());
+    return 0;
+}
+
+int Run(int argc, char** argv) {
+    if (argc < 2) {
+        std::fputs(kMainHelp, stderr);
+        return 2;
+    }
+    const std::string command = argv[1];
+    const std::vector<std::string> rest(argv + 2, argv + argc);
+    if (command == "--help" || command == "-h" || command == "help") {
+        std::fputs(kMainHelp, stdout);
+        return 0;
+    }
+    if (command == "convert") return Convert(rest);
+    if (command == "info") return Info(rest);
+    if (command == "eval") return Eval(rest);
+    if (command == "chart") return Chart(rest);
+    if (command == "compare") return Compare(rest);
+    throw Failure("unknown command '" + command + "'", true);
+}
+
+}  // namespace
+}  // namespace tintra3::cli
+
+int main(int argc, char** argv) {
+    using tintra3::cli::Failure;
+    tintra3::cli::InstallCleanupHandler();
+    try {
+        return tintra3::cli::Run(argc, argv);
+    } catch (const Failure& f) {
+        std::fprintf(stderr, "tintra: %s\n", f.what());
+        if (f.usage) std::fprintf(stderr, "(run 'tintra --help' or 'tintra COMMAND --help' for usage)\n");
+        return f.usage ? 2 : 1;
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "tintra: out of memory\n");
+        return 1;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "tintra: %s\n", e.what());
+        return 1;
+    }
+}

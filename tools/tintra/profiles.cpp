@@ -1,0 +1,382 @@
+// Built-in profiles and the loading of profile arguments.
+//
+// builtin:srgb    v2 'mntr' RGB matrix/TRC: sRGB primaries adapted to D50,
+//                 a 1024-entry sRGB tone curve.
+// builtin:gray22  v2 'mntr' GRAY, gamma 2.2.
+// builtin:cmyk    v2 'prtr' CMYK with Lab PCS: A2B0/1/2 and B2A0/1/2 as 'mft2'
+//                 tags sampled from the analytical ink model below.
+// builtin:lab     v2 'spac' Lab -> Lab identity (2-point 'mft2' luts): as a
+//                 destination it turns any colour into 16-bit Lab codes.
+#include "tools/tintra/profiles.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+
+#include "tools/iccwriter/icc_writer.h"
+
+namespace tintra3::cli {
+
+using icc::Sig4;
+
+namespace {
+
+// D50 white and the sRGB primaries adapted to it (columns R, G, B).
+constexpr double kD50[3] = {0.9642, 1.0, 0.8249};
+const icc::Primaries kPrimaries{};
+
+// ---- CIE helpers (the tool's own, in double precision) ---------------------
+
+double LabF(double t) {
+    constexpr double e = 216.0 / 24389.0, k = 24389.0 / 27.0;
+    return t > e ? std::cbrt(t) : (k * t + 16.0) / 116.0;
+}
+
+double LabFInv(double f) {
+    constexpr double e = 216.0 / 24389.0, k = 24389.0 / 27.0;
+    const double f3 = f * f * f;
+    return f3 > e ? f3 : (116.0 * f - 16.0) / k;
+}
+
+void XyzToLabD50(const double xyz[3], double lab[3]) {
+    const double fx = LabF(xyz[0] / kD50[0]), fy = LabF(xyz[1] / kD50[1]), fz = LabF(xyz[2] / kD50[2]);
+    lab[0] = 116.0 * fy - 16.0;
+    lab[1] = 500.0 * (fx - fy);
+    lab[2] = 200.0 * (fy - fz);
+}
+
+void LabToXyzD50(const double lab[3], double xyz[3]) {
+    const double fy = (lab[0] + 16.0) / 116.0;
+    xyz[0] = kD50[0] * LabFInv(fy + lab[1] / 500.0);
+    xyz[1] = kD50[1] * LabFInv(fy);
+    xyz[2] = kD50[2] * LabFInv(fy - lab[2] / 200.0);
+}
+
+using Mat3 = std::array<double, 9>;  // row-major
+
+Mat3 Inverse(const Mat3& m) {
+    const double det = m[0] * (m[4] * m[8] - m[7] * m[5]) - m[1] * (m[3] * m[8] - m[6] * m[5]) +
+                       m[2] * (m[3] * m[7] - m[6] * m[4]);
+    return {(m[4] * m[8] - m[5] * m[7]) / det, (m[2] * m[7] - m[1] * m[8]) / det, (m[1] * m[5] - m[2] * m[4]) / det,
+            (m[5] * m[6] - m[3] * m[8]) / det, (m[0] * m[8] - m[2] * m[6]) / det, (m[2] * m[3] - m[0] * m[5]) / det,
+            (m[3] * m[7] - m[4] * m[6]) / det, (m[1] * m[6] - m[0] * m[7]) / det, (m[0] * m[4] - m[1] * m[3]) / det};
+}
+
+void Apply(const Mat3& m, const double in[3], double out[3]) {
+    for (int r = 0; r < 3; ++r) out[r] = m[3 * r] * in[0] + m[3 * r + 1] * in[1] + m[3 * r + 2] * in[2];
+}
+
+const Mat3& RgbToXyz() {
+    static const Mat3 m = {kPrimaries.red[0], kPrimaries.green[0], kPrimaries.blue[0],
+                           kPrimaries.red[1], kPrimaries.green[1], kPrimaries.blue[1],
+                           kPrimaries.red[2], kPrimaries.green[2], kPrimaries.blue[2]};
+    return m;
+}
+
+// ---- the ink model ---------------------------------------------------------
+//
+// Each ink is a filter with an optical density per band of light (red, green,
+// blue band of the linear sRGB primaries). A coverage t prints as the
+// effective coverage e = t + g·t·(1 − t) (dot gain g). Densities add:
+//     D = Σ e_ink · density_ink,   reflectance R = s + (1 − s)·10^(−D)
+// relative to the paper, where s is the light reflected by the surface before
+// it reaches the ink (it limits the darkest black to about L* 9). R, taken as
+// linear RGB, gives XYZ through the sRGB/D50 matrix, and Lab against D50:
+// the paper itself is the PCS white (media-relative colorimetry).
+constexpr double kDotGain = 0.12;
+constexpr double kSurface = 0.01;
+constexpr double kInkLimit = 3.0;  // total area coverage, 300 %
+constexpr double kDensity[4][3] = {
+    {1.30, 0.38, 0.12},  // cyan absorbs red
+    {0.12, 1.20, 0.50},  // magenta absorbs green
+    {0.02, 0.10, 1.00},  // yellow absorbs blue
+    {1.55, 1.55, 1.55},  // black
+};
+
+double Gain(double t) { return t + kDotGain * t * (1.0 - t); }
+
+// Inverse of Gain on [0, 1]: the smaller root of g·t² − (1 + g)·t + e = 0.
+double Ungain(double e) {
+    const double b = 1.0 + kDotGain;
+    return (b - std::sqrt(b * b - 4.0 * kDotGain * e)) / (2.0 * kDotGain);
+}
+
+const Mat3& CmyDensityInverse() {
+    static const Mat3 m = Inverse({kDensity[0][0], kDensity[1][0], kDensity[2][0],
+                                   kDensity[0][1], kDensity[1][1], kDensity[2][1],
+                                   kDensity[0][2], kDensity[1][2], kDensity[2][2]});
+    return m;
+}
+
+}  // namespace
+
+void InkModelForward(const double cmyk[4], double lab[3]) {
+    double rgb[3];
+    for (int band = 0; band < 3; ++band) {
+        double d = 0.0;
+        for (int ink = 0; ink < 4; ++ink) d += Gain(std::clamp(cmyk[ink], 0.0, 1.0)) * kDensity[ink][band];
+        rgb[band] = kSurface + (1.0 - kSurface) * std::pow(10.0, -d);
+    }
+    double xyz[3];
+    Apply(RgbToXyz(), rgb, xyz);
+    XyzToLabD50(xyz, lab);
+}
+
+// Black generation: the grey component gmin = min(e_c, e_m, e_y) of the
+// black-free solution is replaced by black in proportion rising from 0 at
+// 20 % grey to 100 % at 80 % grey; where even the grey component exceeds
+// what cyan, magenta and yellow can print, black makes up the rest. Colours
+// outside the gamut are clipped: each band's density to kMaxDensity first,
+// then each ink to 0..100 %. The ink limit finally scales the coloured inks
+// down, black kept.
+constexpr double kMaxDensity = 2.2;
+
+void InkModelInverse(const double lab[3], double cmyk[4]) {
+    double xyz[3], rgb[3], density[3];
+    LabToXyzD50(lab, xyz);
+    Apply(Inverse(RgbToXyz()), xyz, rgb);
+    for (int band = 0; band < 3; ++band) {
+        const double r = std::clamp(rgb[band], kSurface + 1e-9, 1.0);
+        density[band] = std::min(kMaxDensity, -std::log10((r - kSurface) / (1.0 - kSurface)));
+    }
+    const Mat3& inv = CmyDensityInverse();
+    double e0[3], perBlack[3];
+    const double black[3] = {kDensity[3][0], kDensity[3][1], kDensity[3][2]};
+    Apply(inv, density, e0);
+    Apply(inv, black, perBlack);
+
+    const double grey = std::max(0.0, std::min({e0[0], e0[1], e0[2]}));
+    const double perBlackMax = std::max({perBlack[0], perBlack[1], perBlack[2]});
+    double k = grey * std::clamp((grey - 0.2) / 0.6, 0.0, 1.0);
+    k = std::max(k, (grey - 1.0) / perBlackMax);
+    k = std::clamp(k, 0.0, 1.0);
+    double sum = 0.0;
+    for (int i = 0; i < 3; ++i) {
+        cmyk[i] = Ungain(std::clamp(e0[i] - k * perBlack[i], 0.0, 1.0));
+        sum += cmyk[i];
+    }
+    cmyk[3] = Ungain(k);
+    if (sum + cmyk[3] > kInkLimit && sum > 0) {
+        const double scale = std::max(0.0, kInkLimit - cmyk[3]) / sum;
+        for (int i = 0; i < 3; ++i) cmyk[i] *= scale;
+    }
+}
+
+namespace {
+
+// The Lab encoding of the lut tags as the library decodes it:
+// L = code × 100/65535, a and b = code/256 − 128.
+uint16_t EncodeL(double l) { return uint16_t(std::clamp(l, 0.0, 100.0) * 655.35 + 0.5); }
+uint16_t EncodeAb(double v) { return uint16_t((std::clamp(v, -128.0, 127.99609375) + 128.0) * 256.0 + 0.5); }
+double DecodeL(uint32_t code) { return code * 100.0 / 65535.0; }
+double DecodeAb(uint32_t code) { return code / 256.0 - 128.0; }
+uint16_t GridLevel(uint32_t i, uint32_t points) { return uint16_t((i * 65535u + (points - 1) / 2) / (points - 1)); }
+
+constexpr int kA2BPoints = 13;
+constexpr int kB2APoints = 33;
+
+// The textDescriptionType element: ASCII part, empty Unicode and ScriptCode parts.
+std::vector<uint8_t> DescElement(const std::string& text) {
+    std::vector<uint8_t> p;
+    auto u32 = [&p](uint32_t v) {
+        for (int s = 24; s >= 0; s -= 8) p.push_back(uint8_t(v >> s));
+    };
+    u32(uint32_t(text.size() + 1));
+    p.insert(p.end(), text.begin(), text.end());
+    p.push_back(0);
+    u32(0);                     // Unicode language
+    u32(0);                     // Unicode count
+    p.push_back(0);             // ScriptCode code (2 bytes)
+    p.push_back(0);
+    p.push_back(0);             // ScriptCode count
+    p.resize(p.size() + 67, 0);  // ScriptCode string
+    return icc::RawElement(Sig4("desc"), p);
+}
+
+void AddText(icc::ProfileWriter& w, const std::string& description) {
+    w.AddTag(Sig4("desc"), DescElement(description));
+    const std::string notice = "No copyright, use freely";
+    std::vector<uint8_t> text(notice.begin(), notice.end());
+    text.push_back(0);
+    w.AddTag(Sig4("cprt"), icc::RawElement(Sig4("text"), text));
+}
+
+std::vector<uint8_t> SrgbProfile() {
+    // sRGB transfer function sampled at 1024 points.
+    std::vector<uint16_t> curve(1024);
+    for (size_t i = 0; i < curve.size(); ++i) {
+        const double v = double(i) / 1023.0;
+        const double lin = v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+        curve[i] = uint16_t(lin * 65535.0 + 0.5);
+    }
+    icc::ProfileWriter w = icc::MatrixTrcProfile(kPrimaries, curve);
+    AddText(w, "tintra built-in sRGB (v2 matrix/TRC)");
+    return w.Bytes();
+}
+
+std::vector<uint8_t> Gray22Profile() {
+    icc::ProfileWriter w = icc::GrayProfile(2.2, Sig4("XYZ "));
+    AddText(w, "tintra built-in grey, gamma 2.2");
+    return w.Bytes();
+}
+
+std::vector<uint8_t> LabProfile() {
+    const icc::Lut identity = icc::IdentityLut(3, 2, 2);
+    icc::ProfileWriter w = icc::LutProfile(Sig4("spac"), Sig4("Lab "), Sig4("Lab "), &identity, &identity, true);
+    AddText(w, "tintra built-in Lab identity");
+    return w.Bytes();
+}
+
+// A2B: CMYK grid -> Lab; `perceptual` maps the printer's black to L* 0.
+icc::Lut CmykToLab(double blackL, bool perceptual) {
+    icc::Lut lut;
+    lut.inputChannels = 4;
+    lut.outputChannels = 3;
+    lut.gridPoints = kA2BPoints;
+    lut.clut.reserve(size_t(kA2BPoints) * kA2BPoints * kA2BPoints * kA2BPoints * 3);
+    for (int c = 0; c < kA2BPoints; ++c)
+        for (int m = 0; m < kA2BPoints; ++m)
+            for (int y = 0; y < kA2BPoints; ++y)
+                for (int k = 0; k < kA2BPoints; ++k) {
+                    const double cmyk[4] = {GridLevel(c, kA2BPoints) / 65535.0, GridLevel(m, kA2BPoints) / 65535.0,
+                                            GridLevel(y, kA2BPoints) / 65535.0, GridLevel(k, kA2BPoints) / 65535.0};
+                    double lab[3];
+                    InkModelForward(cmyk, lab);
+                    if (perceptual) lab[0] = (lab[0] - blackL) * 100.0 / (100.0 - blackL);
+                    lut.clut.push_back(EncodeL(lab[0]));
+                    lut.clut.push_back(EncodeAb(lab[1]));
+                    lut.clut.push_back(EncodeAb(lab[2]));
+                }
+    return lut;
+}
+
+// B2A: Lab grid -> CMYK; `perceptual` maps L* 0 to the printer's black.
+icc::Lut LabToCmyk(double blackL, bool perceptual) {
+    icc::Lut lut;
+    lut.inputChannels = 3;
+    lut.outputChannels = 4;
+    lut.gridPoints = kB2APoints;
+    lut.clut.reserve(size_t(kB2APoints) * kB2APoints * kB2APoints * 4);
+    for (int l = 0; l < kB2APoints; ++l)
+        for (int a = 0; a < kB2APoints; ++a)
+            for (int b = 0; b < kB2APoints; ++b) {
+                double lab[3] = {DecodeL(GridLevel(l, kB2APoints)), DecodeAb(GridLevel(a, kB2APoints)),
+                                 DecodeAb(GridLevel(b, kB2APoints))};
+                if (perceptual) lab[0] = blackL + lab[0] * (100.0 - blackL) / 100.0;
+                double cmyk[4];
+                InkModelInverse(lab, cmyk);
+                for (double v : cmyk) lut.clut.push_back(uint16_t(std::clamp(v, 0.0, 1.0) * 65535.0 + 0.5));
+            }
+    return lut;
+}
+
+std::vector<uint8_t> CmykProfile() {
+    // Darkest colour the inverse produces, printed.
+    const double zero[3] = {0, 0, 0};
+    double cmyk[4], black[3];
+    InkModelInverse(zero, cmyk);
+    InkModelForward(cmyk, black);
+
+    icc::ProfileWriter w;
+    w.header.deviceClass = Sig4("prtr");
+    w.header.colorSpace = Sig4("CMYK");
+    w.header.pcs = Sig4("Lab ");
+    // Media white: the paper, slightly warm, in absolute XYZ.
+    const double paper[3] = {0.91, 0.90, 0.85};
+    std::array<double, 3> white{};
+    Apply(RgbToXyz(), paper, white.data());
+    w.AddTag(Sig4("wtpt"), icc::XyzElement({white}));
+    AddText(w, "tintra built-in CMYK (synthetic ink model)");
+    w.AddTag(Sig4("A2B0"), icc::Mft2Element(CmykToLab(black[0], true)));
+    w.AddTag(Sig4("A2B1"), icc::Mft2Element(CmykToLab(black[0], false)));
+    w.AddLinkedTag(Sig4("A2B2"), Sig4("A2B0"));
+    w.AddTag(Sig4("B2A0"), icc::Mft2Element(LabToCmyk(black[0], true)));
+    w.AddTag(Sig4("B2A1"), icc::Mft2Element(LabToCmyk(black[0], false)));
+    w.AddLinkedTag(Sig4("B2A2"), Sig4("B2A0"));
+    return w.Bytes();
+}
+
+}  // namespace
+
+std::vector<std::string> BuiltinNames() { return {"srgb", "gray22", "cmyk", "lab"}; }
+
+std::vector<uint8_t> BuiltinProfileBytes(const std::string& name) {
+    if (name == "srgb") return SrgbProfile();
+    if (name == "gray22") return Gray22Profile();
+    if (name == "cmyk") return CmykProfile();
+    if (name == "lab") return LabProfile();
+    throw Failure("unknown built-in profile 'builtin:" + name + "' (known: builtin:srgb, builtin:gray22, "
+                  "builtin:cmyk, builtin:lab)", true);
+}
+
+uint32_t Profile::ColorSpace() const {
+    if (bytes.size() < 20) return 0;
+    return (uint32_t(bytes[16]) << 24) | (uint32_t(bytes[17]) << 16) | (uint32_t(bytes[18]) << 8) | bytes[19];
+}
+
+Profile LoadProfile(const std::string& spec) {
+    Profile p;
+    if (spec.rfind(kBuiltinPrefix, 0) == 0) {
+        const std::string name = spec.substr(std::strlen(kBuiltinPrefix));
+        p.label = spec;
+        p.bytes = BuiltinProfileBytes(name);
+        p.temp = std::make_shared<TempFile>("tintra-" + name, ".icc");
+        p.temp->Write(p.bytes);
+        p.path = p.temp->path();
+        return p;
+    }
+    p.label = "'" + spec + "'";
+    p.bytes = ReadWholeFile(spec, "profile");
+    // The library keeps profile paths in 256-byte slots: a longer path is
+    // handed over as a temporary copy.
+    if (spec.size() < 256) {
+        p.path = spec;
+    } else {
+        p.temp = std::make_shared<TempFile>("tintra-profile", ".icc");
+        p.temp->Write(p.bytes);
+        p.path = p.temp->path();
+    }
+    return p;
+}
+
+Profile EmbeddedProfile(const std::vector<uint8_t>& bytes, const std::string& imagePath) {
+    Profile p;
+    p.label = "the profile embedded in '" + imagePath + "'";
+    p.bytes = bytes;
+    p.temp = std::make_shared<TempFile>("tintra-embedded", ".icc");
+    p.temp->Write(p.bytes);
+    p.path = p.temp->path();
+    return p;
+}
+
+std::string DefaultProfileFor(int channels, uint32_t colorSpace) {
+    if (colorSpace == Sig4("Lab ")) return "builtin:lab";
+    switch (channels) {
+        case 1: return "builtin:gray22";
+        case 4: return "builtin:cmyk";
+        default: return "builtin:srgb";
+    }
+}
+
+int ChannelsOf(uint32_t colorSpace) {
+    switch (colorSpace) {
+        case Sig4("GRAY"): return 1;
+        case Sig4("RGB "): case Sig4("Lab "): case Sig4("XYZ "): case Sig4("Luv "): case Sig4("YCbr"):
+        case Sig4("Yxy "): case Sig4("HSV "): case Sig4("HLS "): case Sig4("CMY "):
+            return 3;
+        case Sig4("CMYK"): return 4;
+        default: return 0;
+    }
+}
+
+std::string SignatureText(uint32_t sig) {
+    std::string s;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const char c = char(sig >> shift);
+        s += (c >= 32 && c < 127) ? c : '?';
+    }
+    return "'" + s + "'";
+}
+
+}  // namespace tintra3::cli
