@@ -602,8 +602,8 @@ int BuildSimplexTables(Method0Transform* transform, const ValueBuffer* curves) {
         for (uint32_t e = 0; e < kSimplex4Records; ++e) {
             // Record (f0, f1, f2, f3) orders the mirrored fractions (f3, f2,
             // f1, f0) against the strides (s0, s1, s2, s3): channel 3's
-            // fraction places channel 0's stride, and so on. The kernels and
-            // the tables built by earlier releases agree on this pairing.
+            // fraction places channel 0's stride, and so on. The mirror
+            // pairing is deliberate and the kernels rely on it.
             g[3] = e / (17 * 17 * 17);
             g[2] = e / (17 * 17) % 17;
             g[1] = e / 17 % 17;
