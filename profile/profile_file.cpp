@@ -1,7 +1,6 @@
 // Opening a profile: the 128-byte header, the tag directory and tag lookup.
 #include "profile/profile_file.h"
 
-#include <cmath>
 #include <cstdlib>
 
 #include "profile/stream.h"
@@ -33,11 +32,11 @@ double FromS15Fixed16(uint32_t raw) {
 
 int32_t ToS15Fixed16(double x) {
     // x * 65536 + 0.5 truncated toward zero: rounds half up for positive x
-    // only. Values beyond the 32-bit range saturate instead of overflowing.
+    // only. Like the processor's truncating conversion, a NaN or a value
+    // whose truncation does not fit in 32 bits gives 0x80000000.
     const double v = x * 65536.0 + 0.5;
-    if (!(v > -2147483649.0)) return std::isnan(v) ? 0 : INT32_MIN;
-    if (v >= 2147483648.0) return INT32_MAX;
-    return int32_t(v);
+    if (v > -2147483649.0 && v < 2147483648.0) return int32_t(v);
+    return INT32_MIN;
 }
 
 int OpenProfile(const char* path, ProfileFile* profile) {

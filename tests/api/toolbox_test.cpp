@@ -204,6 +204,38 @@ std::vector<uint16_t> GammaCurve(double gamma, double max) {
     return curve;
 }
 
+TEST(Toolbox, GammaOneCurveEntries) {
+    // x accumulated in steps of 1/1023: entries 1 and 2 round down to 0, the
+    // last one lands on max.
+    const std::vector<uint16_t> c = GammaCurve(1.0, 255);
+    EXPECT_EQ(c[0], 0);
+    EXPECT_EQ(c[1], 0);
+    EXPECT_EQ(c[2], 0);
+    EXPECT_EQ(c[3], 1);
+    EXPECT_EQ(c[1023], 255);
+}
+
+// A filling that stops at a missing data pointer still hands the curves made
+// so far to the matcher: a method-0 output merge reads curve 0 only.
+TEST(Toolbox, StoppedFillingStillReachesTheMatcher) {
+    const std::vector<uint8_t> in = Pixels(32);
+    Handle viaToolbox, direct;
+    ASSERT_EQ(viaToolbox.Init(Image(32), 0), 0u);
+    ASSERT_EQ(direct.Init(Image(32), 0), 0u);
+    const std::vector<uint8_t> untouched = viaToolbox.Convert(in);
+    const uint16_t g[1] = {563};
+    CurveSpec spec = {3, 8, 1, {g, nullptr, nullptr, nullptr}};
+    ASSERT_EQ(QemToolboxMerge1DLUT(&spec, 1, viaToolbox.h), 0u);
+
+    std::vector<uint16_t> curve = GammaCurve(563 * 0.00390625, 255);
+    ValueBuffer buffers[4] = {};
+    buffers[0] = {1024, 0, curve.data()};
+    ASSERT_EQ(Merge1DLut(direct.h, 1, 8, 3, buffers), 0u);
+    const std::vector<uint8_t> got = viaToolbox.Convert(in);
+    EXPECT_EQ(got, direct.Convert(in));
+    EXPECT_NE(got, untouched);
+}
+
 TEST(Toolbox, CurvesReachTheMatcherAsBuilt) {
     struct Case {
         uint16_t method, side, bits, gammaRaw;

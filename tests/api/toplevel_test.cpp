@@ -104,6 +104,8 @@ TEST_F(TopLevel, ProfileChecks) {
         {"Monitor/gray.icc", srgb, &upper, 0, 0, 1200, "GRAY source refused"},
         {srgb, "Printer/cmyk.icc", &upper, 0, 0, 1210, "CMYK destination refused"},
         {missing, srgb, &upper, 0, 0, 1400, "missing source"},
+        {"Monitor", srgb, &upper, 0, 0, 1400, "a directory does not open as a file"},
+        {srgb, "Printer", &upper, 0, 0, 1410, "nor as the destination"},
         {srgb, missing, &upper, 0, 0, 1410, "missing destination"},
         {null, srgb, &upper, 0, 0, 1403, "null source"},
         {srgb, null, &upper, 0, 0, 1413, "null destination"},
@@ -222,6 +224,7 @@ TEST_F(TopLevel, ProcStatusComesFromTheLastChunk) {
     EXPECT_EQ(GetProgress(handle), 109u) << "70 of 64 pixels: the chunks reached the matcher";
     EXPECT_EQ(tintra_Proc(in.data(), out.data(), 0, nullptr), 0u) << "no chunk, no call";
     EXPECT_EQ(tintra_Proc(in.data(), out.data(), 3, nullptr), 1390u) << "5001 from the toolbox";
+    EXPECT_EQ(tintra_Proc(nullptr, nullptr, 130, nullptr), 1390u) << "null buffers over several chunks";
     tintra_Free(handle);
     tintra_Free(nullptr);
 }

@@ -50,7 +50,8 @@ TEST(Primitives, BuffersStreamAndFixed) {
     EXPECT_EQ(ToS15Fixed16(0.5 / 65536), 1);       // half up for positives
     EXPECT_EQ(ToS15Fixed16(-1.5 / 65536), -1);     // truncation toward zero
     EXPECT_EQ(ToS15Fixed16(-1.4 / 65536), 0);
-    EXPECT_EQ(ToS15Fixed16(1e12), INT32_MAX);      // saturates, no overflow
+    EXPECT_EQ(ToS15Fixed16(1e12), INT32_MIN);      // out of range: 0x80000000, no UB
+    EXPECT_EQ(ToS15Fixed16(NAN), INT32_MIN);
 }
 
 TEST(ProfileFile, HeaderDirectoryAndLookup) {
@@ -215,6 +216,17 @@ TEST(Resample, FormulasAndRefusals) {
     }
     ASSERT_EQ(ResampleCurveTo256(&f, &r256.buffer), 1);
     for (uint32_t i = 0; i < 256; ++i) ASSERT_EQ(r256.u8(i), i);
+
+    // Positions are 32-bit: for the last entry of a 1048834-entry curve,
+    // 4095 x 1048833 wraps to 3839, which lands in cell 0 (not the folded last
+    // cell): (4095 x 3839 + 2048) / 4095.
+    std::vector<uint16_t> longCurve(1048834, 0);
+    longCurve[1] = 4095;
+    longCurve.back() = 65535;
+    ValueBuffer lc = View(longCurve);
+    ScopedBuffer wrapped;
+    ASSERT_EQ(ResampleCurve16(&lc, 4096, &wrapped.buffer), 1);
+    EXPECT_EQ(wrapped.u16(4095), 3839);
 
     ScopedBuffer empty, m1, short1, short256;
     EXPECT_EQ(ResampleCurve16(&f, 0, &empty.buffer), 1);  // empty table, success
