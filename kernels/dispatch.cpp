@@ -30,14 +30,11 @@ struct Channels {
     uint32_t out;
 };
 
-// A transform may be missing, or its record may say a build or a tone-curve
-// rebuild failed; neither may reach a kernel. An unknown method is left to
-// the method check.
-bool Usable(const MatchingSelector* selector) {
-    if (selector->transform == nullptr) return false;
+// A record whose build or tone-curve rebuild failed may lack its tables: it
+// must not reach a kernel. Asked only once the method is known to be 0 or 1.
+bool Ready(const MatchingSelector* selector) {
     if (selector->method == 0) return static_cast<const Method0Transform*>(selector->transform)->ready != 0;
-    if (selector->method == 1) return static_cast<const Method1Transform*>(selector->transform)->ready != 0;
-    return true;
+    return static_cast<const Method1Transform*>(selector->transform)->ready != 0;
 }
 
 Channels ReadChannels(const MatchingSelector* selector) {
@@ -69,6 +66,9 @@ uint32_t Dispatch(const MatchingSelector* selector, const void* source, void* de
     // Interleaved kernels exist for 1, 3 and 4 channels only; any other count
     // is a silent success that leaves the block as it was.
     if (layout == 0 && (!InterleavedChannels(channels.in) || !InterleavedChannels(channels.out))) return kOk;
+    // Every check above keeps its own code and order; only a block that would
+    // now reach a kernel is refused for an unusable record.
+    if (!Ready(selector)) return kNoTransform;
     // An empty block converts nothing (the method 0 kernels need a pixel).
     if (lines == 0 || width == 0) return kOk;
 
@@ -102,7 +102,8 @@ extern "C" uint32_t TINTRA3_CALL CMatching1(MatchingSelector* selector, const Pi
                                             uint32_t bufferSize, uint16_t bitsIn, uint16_t bitsOut,
                                             uint16_t layout) {
     using namespace tintra3;
-    if (!Usable(selector)) return kNoTransform;
+    // Without a record there are no channel counts for the size check.
+    if (selector->transform == nullptr) return kNoTransform;
     const Channels channels = ReadChannels(selector);
     if (SourceBytes(run->lines, width, channels.in, bitsIn) > bufferSize) return kBufferTooSmall;
     if (channels.in != channels.out) return kNotInPlace;
@@ -119,7 +120,8 @@ extern "C" uint32_t TINTRA3_CALL CMatching2(MatchingSelector* selector, const Pi
                                             uint32_t /*destinationBufferSize*/, uint16_t bitsIn, uint16_t bitsOut,
                                             uint16_t layout) {
     using namespace tintra3;
-    if (!Usable(selector)) return kNoTransform;
+    // Without a record there are no channel counts for the size check.
+    if (selector->transform == nullptr) return kNoTransform;
     const Channels channels = ReadChannels(selector);
     if (SourceBytes(source->lines, width, channels.in, bitsIn) > bufferSize) return kBufferTooSmall;
     return Dispatch(selector, source->data, destination->data, source->lines, width, bitsIn, bitsOut, layout,

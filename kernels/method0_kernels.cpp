@@ -177,7 +177,9 @@ void Method0Interleaved(const Method0Transform* t, const void* source, void* des
                         uint32_t width) {
     static_assert(In == 1 || In == 3 || In == 4);
     static_assert(Out == 1 || Out == 3 || Out == 4);
-    if (lines == 0 || width == 0) return;
+    // lines x width in 32 bits, the product the dispatch's size check uses.
+    const uint32_t pixels = lines * width;
+    if (pixels == 0) return;
     const Tables tb = FetchTables(t);
     const auto* src = static_cast<const uint8_t*>(source);
     auto* dst = static_cast<uint8_t*>(destination);
@@ -186,7 +188,7 @@ void Method0Interleaved(const Method0Transform* t, const void* source, void* des
 
     // Every sample of a pixel is read before any of its outputs is written,
     // so destination == source converts in place.
-    for (uint64_t count = uint64_t{lines} * width; count != 0; --count, src += kInBytes, dst += kOutBytes) {
+    for (uint32_t count = pixels; count != 0; --count, src += kInBytes, dst += kOutBytes) {
         uint32_t u[In];
         for (uint32_t c = 0; c < In; ++c) u[c] = LoadCode<Deep>(src, c);
 
@@ -233,15 +235,19 @@ void Method0Interleaved(const Method0Transform* t, const void* source, void* des
 
 // In is the block's input channel count when it is 1, 3 or 4, else 0: then no
 // interpolation runs and every output sample becomes 0.
+// A frame-planar block is one run of lines x width pixels (32-bit product, as
+// the dispatch's size check counts it), a line-planar block `lines` runs of
+// width pixels.
 template <bool Deep, bool Out16, uint16_t Layout, uint32_t In>
 void PlanarLoop(const Tables& tb, const uint8_t* src, uint8_t* dst, uint32_t lines, uint32_t width,
                 uint32_t inChannels, uint32_t outChannels) {
-    const size_t n = width;
-    const size_t inPlane = Layout == 1 ? size_t{lines} * n : n;
-    const size_t outPlane = inPlane;
-    for (size_t l = 0; l < lines; ++l) {
-        const size_t inLine = Layout == 1 ? l * n : l * n * inChannels;
-        const size_t outLine = Layout == 1 ? l * n : l * n * outChannels;
+    const size_t rows = Layout == 1 ? 1 : lines;
+    const size_t n = Layout == 1 ? size_t{lines * width} : width;
+    const size_t inPlane = n;
+    const size_t outPlane = n;
+    for (size_t l = 0; l < rows; ++l) {
+        const size_t inLine = Layout == 1 ? 0 : l * n * inChannels;
+        const size_t outLine = Layout == 1 ? 0 : l * n * outChannels;
         for (size_t p = 0; p < n; ++p) {
             const size_t in = inLine + p;
             const size_t out = outLine + p;
@@ -271,7 +277,7 @@ void PlanarLoop(const Tables& tb, const uint8_t* src, uint8_t* dst, uint32_t lin
 template <bool Deep, bool Out16, uint16_t Layout>
 void Method0Planar(const Method0Transform* t, const void* source, void* destination, uint32_t lines,
                    uint32_t width, uint32_t inChannels, uint32_t outChannels) {
-    if (lines == 0 || width == 0) return;
+    if (lines == 0 || width == 0) return;  // a wrapped frame-planar count of 0 runs no pixel either
     const Tables tb = FetchTables(t);
     const auto* src = static_cast<const uint8_t*>(source);
     auto* dst = static_cast<uint8_t*>(destination);

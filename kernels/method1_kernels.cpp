@@ -217,7 +217,8 @@ constexpr uint32_t kCoordinateMask = 0xFFF;
 template <int Bits, bool Out16, int In, int Out>
 void Method1Interleaved(const Method1Transform* t, const void* source, void* destination, uint32_t lines,
                         uint32_t width) {
-    const size_t pixels = size_t(lines) * width;
+    // lines x width in 32 bits, the product the dispatch's size check uses.
+    const uint32_t pixels = lines * width;
     if (pixels == 0) return;
     using Depth = InputDepth<Bits>;
     using Load = Sample<Depth::kWide>;
@@ -279,7 +280,8 @@ int ChannelPosition(uint32_t channels) {
 // `rows` runs of `length` pixels; channel c of a pixel lies c * plane
 // samples after channel 0; each row starts rowIn / rowOut samples after the
 // previous one.
-//   frame-planar: 1 row of lines * width pixels, plane = lines * width;
+//   frame-planar: 1 row of lines * width pixels, plane = lines * width (the
+//                 32-bit product, as the dispatch's size check counts it);
 //   line-planar:  `lines` rows of width pixels, plane = width,
 //                 rowIn = width * inChannels, rowOut = width * outChannels.
 struct Planes {
@@ -291,7 +293,7 @@ struct Planes {
 };
 
 Planes FramePlanes(uint32_t lines, uint32_t width) {
-    const size_t n = size_t(lines) * width;
+    const size_t n = lines * width;
     return Planes{1, n, n, 0, 0};
 }
 
@@ -369,9 +371,9 @@ Planes PlanesOf(uint32_t lines, uint32_t width, uint32_t inChannels, uint32_t ou
 template <bool Out16, int Layout>
 void Method1Planar8(const Method1Transform* t, const void* source, void* destination, uint32_t lines,
                     uint32_t width, uint16_t, uint32_t inChannels, uint32_t outChannels) {
-    if (size_t(lines) * width == 0) return;
-    PlanarByChannels<8, Out16>(t, source, destination, PlanesOf<Layout>(lines, width, inChannels, outChannels),
-                               inChannels, outChannels);
+    const Planes planes = PlanesOf<Layout>(lines, width, inChannels, outChannels);
+    if (planes.rows * planes.length == 0) return;
+    PlanarByChannels<8, Out16>(t, source, destination, planes, inChannels, outChannels);
 }
 
 // Deeper input: the depth picks the index reduction and the input table
@@ -381,8 +383,8 @@ void Method1Planar8(const Method1Transform* t, const void* source, void* destina
 template <bool Out16, int Layout>
 void Method1PlanarDeep(const Method1Transform* t, const void* source, void* destination, uint32_t lines,
                        uint32_t width, uint16_t bitsIn, uint32_t inChannels, uint32_t outChannels) {
-    if (size_t(lines) * width == 0) return;
     const Planes planes = PlanesOf<Layout>(lines, width, inChannels, outChannels);
+    if (planes.rows * planes.length == 0) return;
     switch (bitsIn) {
         case 10: PlanarByChannels<10, Out16>(t, source, destination, planes, inChannels, outChannels); break;
         case 12: PlanarByChannels<12, Out16>(t, source, destination, planes, inChannels, outChannels); break;

@@ -165,30 +165,76 @@ TEST(Dispatch, ChecksInOrder) {
 }
 
 // A missing transform, or one whose record is not ready, reaches no kernel.
+// A missing one is refused first (no channel counts to size the block by); a
+// record that is not ready still gets every earlier code in its order, and
+// 5000 only where a kernel would have run.
 TEST(Dispatch, NoUsableTransform) {
     struct Case {
         uint16_t method;
         bool present;
         uint32_t ready;
+        uint32_t in;       // channel counts of the record (in = out)
+        uint32_t buffer;   // bufferSize
+        uint16_t bitsIn;
+        uint16_t layout;
         uint32_t status;
     } const cases[] = {
-        {0, false, 1, 5000},  //
-        {1, false, 1, 5000},  //
-        {2, false, 1, 5000},  // null first, before the method check
-        {0, true, 0, 5000},   // failed build or tone-curve rebuild
-        {1, true, 0, 5000},   //
-        {2, true, 0, 2040},   // no record type to read `ready` through
+        {0, false, 1, 3, 64, 8, 0, 5000},   //
+        {1, false, 1, 3, 64, 8, 0, 5000},   //
+        {2, false, 1, 3, 64, 8, 0, 5000},   // null first, before the method check
+        {0, true, 0, 3, 64, 8, 0, 5000},    // failed build or tone-curve rebuild
+        {1, true, 0, 3, 64, 8, 1, 5000},    //
+        {2, true, 0, 3, 64, 8, 0, 2040},    // no record type to read `ready` through
+        {1, true, 0, 3, 17, 8, 0, 1002},    // the size check keeps its place
+        {0, true, 0, 3, 64, 9, 0, 2020},    //
+        {1, true, 0, 3, 64, 8, 3, 2030},    //
+        {1, true, 0, 2, 64, 8, 0, 0},       // silent success: no kernel would run
     };
     for (const Case& c : cases) {
-        Transforms x(3, 3);
+        SCOPED_TRACE(testing::Message() << "method " << c.method << " present " << c.present << " ready " << c.ready
+                                        << " buffer " << c.buffer << " bits " << c.bitsIn << " layout " << c.layout);
+        Transforms x(c.in, c.in);
         x.m0.t.ready = x.m1.t.ready = c.ready;
         MatchingSelector selector{0, c.method, c.present ? x.For(c.method) : nullptr, 0};
         std::vector<uint8_t> src(64, 0x5A), dst(64, 0xA5);
         PixelRun source{src.data(), kLines}, destination{dst.data(), 0};
-        EXPECT_EQ(CMatching1(&selector, &source, kWidth, 64, 8, 8, 0), c.status);
-        EXPECT_EQ(CMatching2(&selector, &source, &destination, kWidth, 64, 64, 8, 8, 0), c.status);
+        EXPECT_EQ(CMatching1(&selector, &source, kWidth, c.buffer, c.bitsIn, c.bitsIn, c.layout), c.status);
+        EXPECT_EQ(CMatching2(&selector, &source, &destination, kWidth, c.buffer, 64, c.bitsIn, c.bitsIn, c.layout),
+                  c.status);
         EXPECT_EQ(src, std::vector<uint8_t>(64, 0x5A));
         EXPECT_EQ(dst, std::vector<uint8_t>(64, 0xA5));
+    }
+}
+
+// lines x width is a 32-bit product for the size check and the kernels alike:
+// 65535 x 65538 wraps to 65534 pixels, which must be all a kernel touches
+// (interleaved and frame-planar blocks are one run of that many pixels).
+TEST(Dispatch, WrappedPixelCountBoundsTheKernel) {
+    constexpr uint16_t kManyLines = 65535;
+    constexpr uint32_t kWideLine = 65538, kWrapped = 65534;
+    static_assert(uint32_t(kManyLines * uint64_t{kWideLine}) == kWrapped);
+    std::mt19937 rng(11);
+    for (uint32_t c : {1u, 3u}) {
+        Transforms x(c, c);
+        for (uint16_t method : {0, 1}) {
+            MatchingSelector selector{0, method, x.For(method), 0};
+            for (uint16_t bits : {8, 16}) {
+                const uint32_t bytes = kWrapped * c * (bits / 8);
+                std::vector<uint8_t> src(bytes);
+                for (auto& b : src) b = uint8_t(rng());
+                for (uint16_t layout : {0, 1}) {
+                    SCOPED_TRACE(testing::Message() << "method " << method << " channels " << c << " bits " << bits
+                                                    << " layout " << layout);
+                    std::vector<uint8_t> got(bytes), want(bytes);
+                    PixelRun source{src.data(), kManyLines}, destination{got.data(), 0};
+                    ASSERT_EQ(CMatching2(&selector, &source, &destination, kWideLine, bytes, 0, bits, bits, layout),
+                              0u);
+                    PixelRun oneLine{src.data(), 1}, reference{want.data(), 0};
+                    ASSERT_EQ(CMatching2(&selector, &oneLine, &reference, kWrapped, bytes, 0, bits, bits, layout), 0u);
+                    EXPECT_EQ(got, want);
+                }
+            }
+        }
     }
 }
 
