@@ -3,14 +3,11 @@
 #include <cstring>
 
 #include "api/exports.h"
+#include "api/status.h"
 #include "api/tone_curves.h"
 
 namespace tintra3 {
 namespace {
-
-constexpr uint32_t kBadBitsIn = 2020;
-constexpr uint32_t kBadBitsOut = 2021;
-constexpr uint32_t kBadLayout = 2030;
 
 bool ValidBitsIn(uint16_t bits) { return bits == 8 || bits == 10 || bits == 12 || bits == 16; }
 bool ValidBitsOut(uint16_t bits) { return bits == 8 || bits == 16; }

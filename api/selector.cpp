@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "api/exports.h"
+#include "api/status.h"
 #include "platform/platform.h"
 #include "profile/profile_file.h"
 #include "transform/method0.h"
@@ -12,16 +13,6 @@
 
 namespace tintra3 {
 namespace {
-
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kNoMemory = 1000;
-constexpr uint32_t kTransformStatus2 = 2000;
-constexpr uint32_t kTransformStatus3 = 2010;
-constexpr uint32_t kBadMethod = 2040;
-constexpr uint32_t kBadIntent = 2050;
-constexpr uint32_t kCannotOpen = 3000;
-constexpr uint32_t kNotIcc = 3001;
-constexpr uint32_t kBuildFailed = 5000;
 
 // Callers number the intents perceptual, relative, saturation, absolute;
 // the builders take the last two swapped.

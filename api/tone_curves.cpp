@@ -13,6 +13,7 @@
 // changes nothing, not even the caller's curves. A record that lacks a table
 // a step would read (a build that stopped half way) is left as it is; the
 // status is then the one the call would give anyway.
+#include "api/status.h"
 #include "api/tone_curves.h"
 
 #include <algorithm>
@@ -25,9 +26,6 @@
 namespace tintra3 {
 namespace {
 
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kBadMethodOrSide = 2040;
-constexpr uint32_t kRefused = 5000;
 constexpr uint16_t kStatusOutOfMemory = 4;
 
 // Only four curve slots exist; a larger count addresses nothing more.
@@ -133,7 +131,7 @@ bool PrimaryOutputTablesPresent(const Method1Transform* t, uint32_t c) {
 uint32_t ChangeMethod1(Method1Transform* t, uint16_t side, uint32_t maximum, uint32_t channels,
                        ValueBuffer* curves) {
     if (side == 0) {
-        if (!CurvesCover(curves, channels, t->inputChannels)) return kRefused;
+        if (!CurvesCover(curves, channels, t->inputChannels)) return kBuildFailed;
         // Curves become 12-bit grid coordinates: v * 4096 / maximum, 4096 -> 4095.
         RescaleCallerCurves(curves, channels, maximum, 4096);
         ReleaseAltInput(t);
@@ -148,7 +146,7 @@ uint32_t ChangeMethod1(Method1Transform* t, uint16_t side, uint32_t maximum, uin
         return kOk;
     }
     if (side == 1) {
-        if (!CurvesCover(curves, channels, t->outputChannels)) return kRefused;
+        if (!CurvesCover(curves, channels, t->outputChannels)) return kBuildFailed;
         RescaleCallerCurves(curves, channels, maximum, 65535);
         ReleaseAltOutput(t);
         bool complete = true;
@@ -187,7 +185,7 @@ uint32_t MergeMethod1(Method1Transform* t, uint16_t side, uint32_t maximum, uint
     ValueBuffer* w = &work.table[0];
     if (side == 0) {
         const uint32_t needed = t->inputChannels;
-        if (!CurvesCover(curves, channels, needed)) return kRefused;
+        if (!CurvesCover(curves, channels, needed)) return kBuildFailed;
         for (uint32_t c = 0; c < needed; ++c) {
             if (!PrimaryInputTablesPresent(t, c)) return kOk;
         }
@@ -207,7 +205,7 @@ uint32_t MergeMethod1(Method1Transform* t, uint16_t side, uint32_t maximum, uint
     }
     if (side == 1) {
         const uint32_t needed = t->outputChannels;
-        if (!CurvesCover(curves, channels, needed)) return kRefused;
+        if (!CurvesCover(curves, channels, needed)) return kBuildFailed;
         for (uint32_t c = 0; c < needed; ++c) {
             if (!PrimaryOutputTablesPresent(t, c)) return kOk;
         }
@@ -274,7 +272,7 @@ uint64_t Method0GridEntries(const Method0Transform* t) {
 // whatever the partial rebuild attached.
 uint32_t FailInputRebuild(Method0Transform* t) {
     t->ready = 0;
-    return kRefused;
+    return kBuildFailed;
 }
 
 // Runs the shared index-table step with 8-bit curves `tables` (one per
@@ -301,13 +299,13 @@ void ReleaseMethod0IndexTables(Method0Transform* t) {
 uint32_t ToneMethod0Input(Method0Transform* t, bool merge, uint32_t maximum, uint32_t channels,
                           ValueBuffer* curves) {
     const uint32_t n = Method0InputCurvesNeeded(t);
-    if (!CurvesCover(curves, channels, n)) return kRefused;
+    if (!CurvesCover(curves, channels, n)) return kBuildFailed;
 
     // The caller's curves are rescaled before the kind is looked at: an
     // unknown kind fails with the curves already rescaled.
     RescaleCallerCurves(curves, channels, maximum, 65535);
-    if (t->sourceKind < 1 || t->sourceKind > 3 || n == 0) return kRefused;
-    if (merge && !Method0OwnInputCurvesPresent(t, n)) return kRefused;
+    if (t->sourceKind < 1 || t->sourceKind > 3 || n == 0) return kBuildFailed;
+    if (merge && !Method0OwnInputCurvesPresent(t, n)) return kBuildFailed;
     ReleaseMethod0IndexTables(t);
 
     WorkTables work;
@@ -330,7 +328,7 @@ uint32_t ToneMethod0Input(Method0Transform* t, bool merge, uint32_t maximum, uin
 
 uint32_t ChangeMethod0Output(Method0Transform* t, uint32_t maximum, uint32_t channels, ValueBuffer* curves) {
     const uint32_t outputs = t->outputChannels;
-    if (!CurvesCover(curves, channels, outputs)) return kRefused;
+    if (!CurvesCover(curves, channels, outputs)) return kBuildFailed;
 
     RescaleCallerCurves(curves, channels, maximum, 65535);
     // No grid entries (none to recompute, or no grid to read): nothing to do.
@@ -353,7 +351,7 @@ uint32_t ChangeMethod0Output(Method0Transform* t, uint32_t maximum, uint32_t cha
 
 uint32_t MergeMethod0Output(Method0Transform* t, uint32_t maximum, uint32_t channels, ValueBuffer* curves) {
     // Curve 0 alone is applied to every output channel.
-    if (!CurvesCover(curves, channels, 1)) return kRefused;
+    if (!CurvesCover(curves, channels, 1)) return kBuildFailed;
 
     RescaleCallerCurves(curves, channels, maximum, 65535);
     const uint64_t entries = Method0GridEntries(t);
@@ -385,11 +383,11 @@ enum class Operation { kChange, kMerge };
 // since nothing here marks it ready again.
 uint32_t ApplyToneCurves(Operation op, MatchingSelector* selector, uint16_t side, uint16_t bits,
                          uint16_t channelCount, ValueBuffer* curves) {
-    if (selector == nullptr) return kRefused;
-    if (selector->method != 0 && selector->method != 1) return kBadMethodOrSide;
+    if (selector == nullptr) return kBuildFailed;
+    if (selector->method != 0 && selector->method != 1) return kBadMethod;
     if (selector->method == 1 && side > 1) return kOk;
-    if (selector->method == 0 && side > 1) return kBadMethodOrSide;
-    if (selector->transform == nullptr || curves == nullptr) return kRefused;
+    if (selector->method == 0 && side > 1) return kBadMethod;
+    if (selector->transform == nullptr || curves == nullptr) return kBuildFailed;
 
     const uint32_t maximum = MaximumForBits(bits);
     const uint32_t channels = std::min<uint32_t>(channelCount, kMaxCurves);

@@ -5,14 +5,13 @@
 #include <cstring>
 
 #include "api/exports.h"
+#include "api/status.h"
 #include "profile/value_buffer.h"
 #include "transform/colour.h"
 
 namespace tintra3 {
 namespace {
 
-constexpr uint32_t kNoMemory = 1000;
-constexpr uint32_t kBadArgument = 5001;
 constexpr size_t kPathSlot = 256;       // one path of a profile-name block
 constexpr size_t kDirectorySlot = 255;  // one name of a DirectoryTable
 

@@ -6,20 +6,13 @@
 #include <cstdint>
 
 #include "api/exports.h"
+#include "api/status.h"
 #include "kernels/kernels.h"
 #include "transform/method0.h"
 #include "transform/method1.h"
 
 namespace tintra3 {
 namespace {
-
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kNotInPlace = 1001;     // in-place format mismatch
-constexpr uint32_t kBufferTooSmall = 1002;
-constexpr uint32_t kBadBitsIn = 2020;
-constexpr uint32_t kBadLayout = 2030;
-constexpr uint32_t kUnknownMethod = 2040;
-constexpr uint32_t kNoTransform = 5000;    // missing, or left unusable by a failed (re)build
 
 // Dispatch reads the two channel-count bytes without knowing the record type.
 static_assert(offsetof(Method0Transform, inputChannels) == offsetof(Method1Transform, inputChannels));
@@ -60,7 +53,7 @@ bool InterleavedChannels(uint32_t channels) { return channels == 1 || channels =
 // then the one kernel call. destination == source converts in place.
 uint32_t Dispatch(const MatchingSelector* selector, const void* source, void* destination, uint16_t lines,
                   uint32_t width, uint16_t bitsIn, uint16_t bitsOut, uint16_t layout, Channels channels) {
-    if (selector->method != 0 && selector->method != 1) return kUnknownMethod;
+    if (selector->method != 0 && selector->method != 1) return kBadMethod;
     if (!KnownDepth(bitsIn)) return kBadBitsIn;
     if (layout > 2) return kBadLayout;
     // Interleaved kernels exist for 1, 3 and 4 channels only; any other count
@@ -68,7 +61,7 @@ uint32_t Dispatch(const MatchingSelector* selector, const void* source, void* de
     if (layout == 0 && (!InterleavedChannels(channels.in) || !InterleavedChannels(channels.out))) return kOk;
     // Every check above keeps its own code and order; only a block that would
     // now reach a kernel is refused for an unusable record.
-    if (!Ready(selector)) return kNoTransform;
+    if (!Ready(selector)) return kBuildFailed;
     // An empty block converts nothing (the method 0 kernels need a pixel).
     if (lines == 0 || width == 0) return kOk;
 
@@ -103,7 +96,7 @@ extern "C" uint32_t TINTRA3_CALL CMatching1(MatchingSelector* selector, const Pi
                                             uint16_t layout) {
     using namespace tintra3;
     // Without a record there are no channel counts for the size check.
-    if (selector->transform == nullptr) return kNoTransform;
+    if (selector->transform == nullptr) return kBuildFailed;
     const Channels channels = ReadChannels(selector);
     if (SourceBytes(run->lines, width, channels.in, bitsIn) > bufferSize) return kBufferTooSmall;
     if (channels.in != channels.out) return kNotInPlace;
@@ -121,7 +114,7 @@ extern "C" uint32_t TINTRA3_CALL CMatching2(MatchingSelector* selector, const Pi
                                             uint16_t layout) {
     using namespace tintra3;
     // Without a record there are no channel counts for the size check.
-    if (selector->transform == nullptr) return kNoTransform;
+    if (selector->transform == nullptr) return kBuildFailed;
     const Channels channels = ReadChannels(selector);
     if (SourceBytes(source->lines, width, channels.in, bitsIn) > bufferSize) return kBufferTooSmall;
     return Dispatch(selector, source->data, destination->data, source->lines, width, bitsIn, bitsOut, layout,
