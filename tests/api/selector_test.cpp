@@ -1,183 +1,212 @@
-// The matching selector through its exported functions: order of the profile
-// checks, intent and method refusals, the intent renumbering, ownership of
-// the transform record, and LocateProfile.
-#include <gtest/gtest.h>
+// The matcher object and the selector below it: validation order, lastError,
+// the unsigned 32-bit progress arithmetic, order of the profile checks, the
+// intent renumbering, ownership of the transform record, LocateProfile, and
+// one built selector shared by two threads.
+#include <thread>
 
-#include <cstring>
-#include <string>
-
-#include "api/exports.h"
-#include "support/test_support.h"
-#include "tools/iccwriter/icc_writer.h"
+#include "api_fixtures.h"
 
 namespace {
 
+using namespace tintra3::test;
 using tintra3::icc::Sig4;
-using tintra3::test::RealProfile;
-using tintra3::test::TempPath;
 
-const std::string kSrgb = RealProfile("sRGB.icc");
-
-std::string Missing() { return TempPath("does-not-exist.icc"); }
-
-// A complete RGB display profile whose magic is not "acsp".
-std::string NotIcc() {
-    static const std::string path = [] {
-        auto w = tintra3::icc::MatrixTrcGammaProfile({}, 2.2);
-        w.header.magic = Sig4("xxxx");
-        std::string p = TempPath("not-icc.icc");
-        EXPECT_TRUE(w.WriteFile(p));
-        return p;
-    }();
-    return path;
+TEST(Matcher, ValidationOrder) {
+    const struct { uint16_t bitsIn, bitsOut, layout; uint32_t expected; } cases[] = {
+        {10, 16, 2, 0},        // every depth and layout combination is accepted
+        {16, 8, 1, 0},         // 16 in, 8 out, frame-planar
+        {9, 12, 3, 2020},      // bitsIn before bitsOut and layout
+        {8, 12, 3, 2021},      // bitsOut before layout
+        {12, 16, 3, 2030},     // layout 3
+        {8, 8, 0xFFFF, 2030},  // layout compared unsigned
+    };
+    for (const auto& c : cases) {
+        Matcher mt({100, 10, 900, 900, c.bitsIn, c.bitsOut, c.layout, 0}, 1, kSrgb, kSrgb, 2);
+        EXPECT_EQ(mt.status(), c.expected) << c.bitsIn << "/" << c.bitsOut << "/" << c.layout;
+        EXPECT_EQ(mt.m.image.bitsIn, c.bitsIn);  // the image is copied even on failure
+        EXPECT_EQ(mt.m.progressTotal, 1000u);    // width x lines
+        EXPECT_EQ(mt.m.selector.intent, c.expected ? 0 : 2);  // the selector is written only on success
+        EXPECT_EQ(mt.m.selector.transform != nullptr, c.expected == 0);
+    }
 }
 
-// An ICC display profile with no tags: no builder can use it.
-std::string NoTags() {
-    static const std::string path = [] {
-        tintra3::icc::ProfileWriter w;
-        std::string p = TempPath("no-tags.icc");
-        EXPECT_TRUE(w.WriteFile(p));
-        return p;
-    }();
-    return path;
+TEST(Matcher, ProgressArithmetic) {
+    Matcher mt({100, 50, 900, 900, 8, 8, 0, 0}, 1);  // 100 pixels a line, buffers of three 8-bit RGB lines
+    EXPECT_EQ(mt.m.progressTotal, 5000u);
+    EXPECT_EQ(ChangeImageWidth(&mt.m, 200), 0u);
+    EXPECT_EQ(mt.m.progressTotal, 10000u);  // total x new width / old width
+    EXPECT_EQ(mt.m.image.width, 200u);
+    EXPECT_EQ(ChangeImageLines(&mt.m, 10), 0u);
+    EXPECT_EQ(mt.m.progressTotal, 2000u);  // width x new lines
+    EXPECT_EQ(mt.m.image.lines, 50u);      // the stored lines stay
+    EXPECT_EQ(ChangeBufSize(&mt.m, 4096), 0u);
+    EXPECT_EQ(mt.m.progressTotal, 4096u);
+    EXPECT_EQ(mt.m.image.bufferSize, 900u);  // the buffer checks are unchanged
+    EXPECT_EQ(mt.status(), 0u);              // setters leave lastError
+    CColorMatcher w{};
+    w.image.width = 1, w.progressTotal = 0x80000000u, ChangeImageWidth(&w, 4);
+    EXPECT_EQ(w.progressTotal, 0u);  // the product comes first and wraps
+    w.image.width = 0, w.progressTotal = 500, ChangeImageWidth(&w, 7);
+    EXPECT_EQ(w.progressTotal, 0u);  // old width 0 gives 0
+    const struct { uint32_t done, total, expected; } figures[] = {
+        {2500, 5000, 50}, {5000, 5000, 100}, {49, 100, 49},  // half, all, exact
+        {7500, 5000, 150},                                   // not clamped
+        {1, 3, 33},                                          // truncated
+        {50000000, 100000000, 7},                            // done x 100 wraps: (5e9 mod 2^32) / 1e8
+        {10, 0, 0},                                          // total 0 gives 0
+    };
+    for (const auto& f : figures) {
+        w.progressDone = f.done, w.progressTotal = f.total;
+        EXPECT_EQ(GetProgress(&w), f.expected) << f.done << "/" << f.total;
+    }
 }
 
-MatchingSelector Selector(uint16_t intent, uint16_t method) {
-    MatchingSelector s;
-    std::memset(&s, 0, sizeof s);
-    s.intent = intent;
-    s.method = method;
-    return s;
+TEST(Matcher, RunsCountProgressOnlyOnSuccess) {
+    Matcher mt({100, 6, 900, 900, 8, 8, 0, 0}, 1);  // buffers of three lines
+    std::vector<uint8_t> src(1200, 128), dst(1200);
+    PixelRun three{src.data(), 3}, four{src.data(), 4}, out{dst.data(), 3};
+    EXPECT_EQ(ColorMatchingProc2(&mt.m, &three, &out), 0u);
+    EXPECT_EQ(mt.m.progressDone, 300u);
+    EXPECT_EQ(GetProgress(&mt.m), 50u);
+    EXPECT_EQ(ColorMatchingProc1(&mt.m, &four), 1002u);  // four lines do not fit
+    EXPECT_EQ(mt.status(), 1002u);
+    EXPECT_EQ(mt.m.progressDone, 300u);  // a failed run counts nothing
+    EXPECT_EQ(ColorMatchingProc1(&mt.m, &three), 0u);
+    EXPECT_EQ(mt.status(), 0u);
+    EXPECT_EQ(GetProgress(&mt.m), 100u);
+    EXPECT_EQ(ChangeBufSize(&mt.m, 1000), 0u);  // re-initialising restarts the count, keeps the denominator
+    const ProfileNames n = Names(kSrgb, kSrgb);
+    EXPECT_EQ(ReinitCColorMatcher(&mt.m, &n), 0u);
+    EXPECT_EQ(mt.m.progressDone, 0u);
+    EXPECT_EQ(mt.m.progressTotal, 1000u);
 }
-
-struct InitCase {
-    std::string source;
-    std::string destination;
-    uint16_t intent;
-    uint16_t method;
-    uint32_t expected;
-    const char* why;
-};
 
 TEST(Selector, CodesInOrder) {
-    const InitCase cases[] = {
-        {Missing(), kSrgb, 0, 1, 3000, "missing source, good destination"},
-        {NotIcc(), Missing(), 0, 1, 3001, "source magic checked before the destination is looked at"},
-        {kSrgb, Missing(), 0, 1, 3000, "missing destination"},
-        {kSrgb, NotIcc(), 0, 1, 3001, "destination magic"},
-        {Missing(), Missing(), 4, 2, 3000, "profiles come before intent and method"},
-        {kSrgb, kSrgb, 4, 2, 2050, "intent refused before the method is examined"},
-        {kSrgb, kSrgb, 0xFFFF, 1, 2050, "0xFFFF from the toolbox is an intent like any other"},
-        {kSrgb, kSrgb, 3, 2, 2040, "method 2"},
-        {kSrgb, kSrgb, 0, 0xFFFF, 2040, "method 0xFFFF"},
-        {kSrgb, kSrgb, 0, 0, 0, "method 0 builds"},
-        {kSrgb, kSrgb, 3, 1, 0, "method 1 builds, absolute intent"},
+    auto w = tintra3::icc::MatrixTrcGammaProfile({}, 2.2);
+    w.header.magic = Sig4("xxxx");  // a complete RGB display profile but for its magic
+    const std::string notIcc = TempPath("not-icc.icc"), missing = TempPath("missing.icc");
+    ASSERT_TRUE(w.WriteFile(notIcc));
+    const struct { std::string source, destination; uint16_t intent, method; uint32_t expected; } cases[] = {
+        {missing, kSrgb, 0, 1, 3000},     // missing source, good destination
+        {notIcc, missing, 0, 1, 3001},    // source magic checked before the destination is looked at
+        {kSrgb, missing, 0, 1, 3000},     // missing destination
+        {kSrgb, notIcc, 0, 1, 3001},      // destination magic
+        {missing, missing, 4, 2, 3000},   // profiles come before intent and method
+        {kSrgb, kSrgb, 4, 2, 2050},       // intent refused before the method is examined
+        {kSrgb, kSrgb, 0xFFFF, 1, 2050},  // 0xFFFF from the toolbox is an intent like any other
+        {kSrgb, kSrgb, 3, 2, 2040},       // method 2
+        {kSrgb, kSrgb, 0, 0xFFFF, 2040},  // method 0xFFFF
+        {kSrgb, kSrgb, 0, 0, 0},          // method 0 builds
+        {kSrgb, kSrgb, 3, 1, 0},          // method 1 builds, absolute intent
     };
-    for (const InitCase& c : cases) {
-        MatchingSelector s = Selector(c.intent, c.method);
-        EXPECT_EQ(Initialize(&s, c.source.c_str(), c.destination.c_str()), c.expected) << c.why;
-        EXPECT_EQ(s.transform != nullptr, c.expected == 0) << c.why;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        MatchingSelector s{c.intent, c.method, nullptr, 0};
+        EXPECT_EQ(Initialize(&s, c.source.c_str(), c.destination.c_str()), c.expected);
+        EXPECT_EQ(s.transform != nullptr, c.expected == 0);
         TermMatchingSelector(&s);
     }
 }
 
-TEST(Selector, RefusedMethodLeavesTheTransformAsItWas) {
-    MatchingSelector s = Selector(0, 1);
-    ASSERT_EQ(Initialize(&s, kSrgb.c_str(), kSrgb.c_str()), 0u);
-    void* built = s.transform;
-    s.method = 2;
-    EXPECT_EQ(Initialize(&s, kSrgb.c_str(), kSrgb.c_str()), 2040u);
-    EXPECT_EQ(s.transform, built);
-    s.intent = 9;
-    EXPECT_EQ(Initialize(&s, kSrgb.c_str(), kSrgb.c_str()), 2050u);
-    EXPECT_EQ(s.transform, built);
-    s.method = 1;
-    TermMatchingSelector(&s);
-}
-
-// Re-initialising replaces the transform; LeakSanitizer catches a record
-// (or its tables) left behind, including a half-built one.
-TEST(Selector, FailedBuildKeepsTheRecordAndReinitialisingLeaksNothing) {
+// Refusals leave the built record alone, a failed build keeps its half-built
+// record, and re-initialising replaces it: LeakSanitizer sees any record (or
+// its tables) left behind, half-built ones included.
+TEST(Selector, TransformOwnership) {
+    const char* srgb = kSrgb.c_str();
     for (uint16_t method : {0, 1}) {
-        MatchingSelector s = Selector(1, method);
-        EXPECT_EQ(Initialize(&s, kSrgb.c_str(), kSrgb.c_str()), 0u);
-        EXPECT_EQ(Initialize(&s, kSrgb.c_str(), NoTags().c_str()), 5000u) << "method " << method;
-        EXPECT_NE(s.transform, nullptr) << "half-built record stays in the selector";
-        EXPECT_EQ(Initialize(&s, kSrgb.c_str(), kSrgb.c_str()), 0u);
-        EXPECT_EQ(Initialize(&s, kSrgb.c_str(), NoTags().c_str()), 5000u);
+        MatchingSelector s{1, method, nullptr, 0};
+        ASSERT_EQ(Initialize(&s, srgb, srgb), 0u);
+        void* built = s.transform;
+        s.method = 2;
+        EXPECT_EQ(Initialize(&s, srgb, srgb), 2040u);
+        s.intent = 9;
+        EXPECT_EQ(Initialize(&s, srgb, srgb), 2050u);
+        EXPECT_EQ(s.transform, built);
+        s.intent = 1, s.method = method;
+        EXPECT_EQ(Initialize(&s, srgb, NoTagsProfile().c_str()), 5000u);
+        EXPECT_NE(s.transform, nullptr);  // the half-built record stays in the selector
+        EXPECT_EQ(Initialize(&s, srgb, srgb), 0u);
+        EXPECT_EQ(Initialize(&s, srgb, NoTagsProfile().c_str()), 5000u);
         TermMatchingSelector(&s);
         EXPECT_EQ(s.transform, nullptr);
         TermMatchingSelector(&s);  // a second release is harmless
     }
 }
 
-// A printer lut source with exactly one of A2B1 / A2B2: the build succeeds
-// only when the intent reaches the model as the code that picks that tag
-// (builder codes 1 and 3 take A2B1, code 2 takes A2B2).
-std::string PrinterWithOnly(const char (&tag)[5]) {
-    tintra3::icc::ProfileWriter w;
-    w.header.deviceClass = Sig4("prtr");
-    w.header.colorSpace = Sig4("RGB ");
-    w.header.pcs = Sig4("XYZ ");
-    w.AddTag(Sig4("wtpt"), tintra3::icc::XyzElement({{0.9642, 1.0, 0.8249}}));
-    w.AddTag(Sig4(tag), tintra3::icc::Mft2Element(tintra3::icc::IdentityLut(3, 2, 256)));
-    std::string p = TempPath(std::string("printer-") + tag + ".icc");
-    EXPECT_TRUE(w.WriteFile(p));
-    return p;
-}
-
+// Builder codes 1 and 3 take A2B1, code 2 takes A2B2.
 TEST(Selector, CallerIntentsTwoAndThreeAreSwapped) {
-    const std::string onlyA2B1 = PrinterWithOnly("A2B1");
-    const std::string onlyA2B2 = PrinterWithOnly("A2B2");
-    struct Case {
-        const std::string& source;
-        uint16_t intent;
-        bool builds;
-        const char* why;
-    } cases[] = {
-        {onlyA2B1, 1, true, "1 -> 1: A2B1"},
-        {onlyA2B1, 2, true, "2 -> 3: A2B1"},
-        {onlyA2B1, 3, false, "3 -> 2: A2B2, absent"},
-        {onlyA2B2, 2, false, "2 -> 3: A2B1, absent"},
-        {onlyA2B2, 3, true, "3 -> 2: A2B2"},
-        {onlyA2B2, 0, false, "0 -> 0: A2B0, absent"},
+    const std::string a1 = WritePrinterWithOnly(Sig4("A2B1"), TempPath("printer-a2b1.icc"));
+    const std::string a2 = WritePrinterWithOnly(Sig4("A2B2"), TempPath("printer-a2b2.icc"));
+    const struct { const std::string& source; uint16_t intent; bool builds; } cases[] = {
+        {a1, 1, true},   // 1 -> 1: A2B1
+        {a1, 2, true},   // 2 -> 3: A2B1
+        {a1, 3, false},  // 3 -> 2: A2B2, absent
+        {a2, 2, false},  // 2 -> 3: A2B1, absent
+        {a2, 3, true},   // 3 -> 2: A2B2
+        {a2, 0, false},  // 0 -> 0: A2B0, absent
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         for (uint16_t method : {0, 1}) {
-            MatchingSelector s = Selector(c.intent, method);
-            uint32_t code = Initialize(&s, c.source.c_str(), kSrgb.c_str());
-            EXPECT_EQ(code == 0, c.builds) << c.why << ", method " << method << ", code " << code;
+            MatchingSelector s{c.intent, method, nullptr, 0};
+            const uint32_t code = Initialize(&s, c.source.c_str(), kSrgb.c_str());
+            EXPECT_EQ(code == 0, c.builds) << c.source << " intent " << c.intent << " method " << method;
             TermMatchingSelector(&s);
         }
     }
 }
 
 TEST(Selector, LocateProfileAppendsTheNameAsGiven) {
-    struct Case {
-        const char* name;
-        const char* suffix;
-    } cases[] = {
-        {"a.icm", "/color/a.icm"},
+    const struct { std::string name, suffix; } cases[] = {
+        {"a.icm", "/color/a.icm"}, {"", "/color/"},
         {"icc/sRGB.icc", "/color/icc/sRGB.icc"},  // a directory in the name is kept
-        {"sub\\a.icm", "/color/sub\\a.icm"},
-        {"", "/color/"},
-        {nullptr, nullptr},  // a 400-byte name: cut at 255 bytes
+        {"sub\\a.icm", "/color/sub\\a.icm"},      // so is a backslash
     };
-    const std::string longName(400, 'n');
-    for (const Case& c : cases) {
-        char out[300];
-        std::memset(out, 'x', sizeof out);
-        EXPECT_EQ(LocateProfile(c.name ? c.name : longName.c_str(), out), 1u);
-        std::string got(out);
-        if (c.name == nullptr) {
-            EXPECT_EQ(got.size(), 255u);
-            EXPECT_EQ(out[256], 'x') << "nothing written past the 256-byte result";
-            continue;
-        }
-        ASSERT_GE(got.size(), std::strlen(c.suffix)) << c.name;
-        EXPECT_EQ(got.substr(got.size() - std::strlen(c.suffix)), c.suffix) << c.name;
-        EXPECT_EQ(got.find("/color/"), got.size() - std::strlen(c.suffix)) << "one directory prefix only";
+    char out[300];
+    for (const auto& c : cases) {
+        EXPECT_EQ(LocateProfile(c.name.c_str(), out), 1u);
+        const std::string got(out);
+        EXPECT_TRUE(got.ends_with(c.suffix)) << got;
+        EXPECT_EQ(got.find("/color/"), got.size() - c.suffix.size()) << got;  // one directory prefix only
+    }
+    std::memset(out, 'x', sizeof out);
+    EXPECT_EQ(LocateProfile(std::string(400, 'n').c_str(), out), 1u);
+    EXPECT_EQ(std::strlen(out), 255u);  // a 400-byte name: cut at 255 bytes
+    EXPECT_EQ(out[256], 'x');           // nothing written past the 256-byte result
+}
+
+// Blocks of 8 lines of 64 pixels through one built selector on two threads at
+// once: the selector and its transform are only read, so the pixels equal
+// those of one thread.
+TEST(Selector, TwoThreadsMatchOneThread) {
+    constexpr uint32_t kWidth = 64, kLines = 256, kBlock = 8, kSamples = kBlock * kWidth * 3;  // per block
+    const struct { uint16_t method, bitsIn, bitsOut, layout; bool curves; } cases[] = {
+        {0, 8, 8, 0, false},   // method 0 simplex tables
+        {1, 8, 8, 0, false},   // method 1 multilinear
+        {1, 16, 16, 0, true},  // method 1, 16-bit, alternate output tables
+        {1, 12, 8, 2, false},  // method 1, line-planar
+        {0, 8, 16, 1, true},   // method 0, frame-planar per block, rebuilt curved grid
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "method " << c.method << ", " << c.bitsIn << "/" << c.bitsOut << " bits");
+        const uint32_t blockIn = kSamples * ((c.bitsIn + 7) / 8), blockOut = kSamples * (c.bitsOut / 8);
+        Matcher m({kWidth, kLines, blockIn, blockOut, c.bitsIn, c.bitsOut, c.layout, 0}, c.method);
+        std::vector<uint16_t> bend[3] = {{0, 40, 100, 255}, {0, 40, 100, 255}, {0, 40, 100, 255}};
+        ValueBuffer curves[4] = {{4, 0, bend[0].data()}, {4, 0, bend[1].data()}, {4, 0, bend[2].data()}, {}};
+        ASSERT_EQ(m.status() + (c.curves ? Change1DLut(&m.m, 1, 8, 3, curves) : 0u), 0u);  // bend the output side
+        std::vector<uint8_t> source(kLines / kBlock * blockIn), single(kLines / kBlock * blockOut), shared(single);
+        for (size_t i = 0; i < source.size(); ++i) source[i] = uint8_t(i * 2654435761u >> 13);
+        auto* words = reinterpret_cast<uint16_t*>(source.data());
+        for (size_t i = 0; c.bitsIn != 8 && i < source.size() / 2; ++i) words[i] &= uint16_t((1u << c.bitsIn) - 1);
+        auto convert = [&, s = &m.m.selector](std::vector<uint8_t>* out, uint32_t first, uint32_t step) {
+            for (uint32_t b = first; b < kLines / kBlock; b += step) {
+                PixelRun in{source.data() + b * blockIn, kBlock}, o{out->data() + b * blockOut, kBlock};
+                EXPECT_EQ(CMatching2(s, &in, &o, kWidth, blockIn, blockOut, c.bitsIn, c.bitsOut, c.layout), 0u);
+            }
+        };
+        convert(&single, 0, 1);
+        std::thread even(convert, &shared, 0, 2), odd(convert, &shared, 1, 2);
+        even.join(), odd.join();
+        EXPECT_EQ(shared, single);
     }
 }
 

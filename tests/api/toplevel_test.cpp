@@ -1,230 +1,290 @@
-// The top-level interface through its exported functions: the profile-file
+// The toolbox and the top level over it: argument refusals (5001), handle
+// ownership, resets, the curve filling, the directory table, the profile-file
 // checks against registered folders, the argument mapping, and the 64-pixel
 // chunking of tintra_Proc compared with one direct toolbox conversion.
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
-#include <string>
-#include <vector>
 
 #include <unistd.h>
 
-#include "api/exports.h"
-#include "support/test_support.h"
-#include "tools/iccwriter/icc_writer.h"
+#include "api_fixtures.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using namespace tintra3::test;
 using tintra3::icc::Sig4;
-using tintra3::test::RealProfile;
 
-// Profiles laid out in folders named after their registered classes:
-//   <base>/Monitor/{srgb,adobe,lab,gray,spac,link,xxxx}.icc  <base>/monitor/srgb.icc
-//   <base>/Printer/{cmyk,a2b1,a2b2}.icc   <base>/x\Monitor\srgb.icc (one file name)
+constexpr uint32_t kWidth = 32;
+constexpr ImageParams kImage{kWidth, 1, kWidth * 3, kWidth * 3, 8, 8, 0, 0};
+constexpr ImageParams kNineBits{kWidth, 1, kWidth * 3, kWidth * 3, 9, 8, 0, 0};
+
+struct Handle {
+    CColorMatcher* h = nullptr;
+    ~Handle() { QemToolboxPostProc(h); }
+    uint32_t Init(uint16_t method = 1) {
+        return QemToolboxInit(&kImage, Names(kSrgb, kAdobe).sourceProfile, method, 0, &h);
+    }
+    std::vector<uint8_t> Convert() {
+        std::vector<uint8_t> in = Ramp(kWidth * 3), out(in.size());
+        PixelRun s{in.data(), 1}, d{out.data(), 1};
+        EXPECT_EQ(QemToolboxProc(&s, &d, h), 0u);
+        return out;
+    }
+};
+
+TEST(Toolbox, InitRefusalsAndHandleOwnership) {
+    const ProfileNames good = Names(kSrgb, kSrgb), missing = Names(TempPath("missing.icc"), kSrgb);
+    const char* names = good.sourceProfile;
+    const struct { const ImageParams* image; const char* names; uint16_t method; int32_t intent; uint32_t expected; }
+    cases[] = {
+        {nullptr, names, 1, 0, 5001},                   // null image
+        {&kImage, nullptr, 1, 0, 5001},                 // null names
+        {&kImage, names, 2, 0, 5001},                   // method 2
+        {&kImage, names, 0xFFFF, 0, 5001},              // method 0xFFFF (a bad top-level choice)
+        {&kImage, names, 1, -1, 5001},                  // negative intent
+        {&kImage, names, 1, 4, 5001},                   // intent 4
+        {&kImage, names, 1, 0xFFFF, 5001},              // intent 0xFFFF (a bad top-level intent)
+        {&kNineBits, names, 1, 0, 2020},                // the matcher's refusal still hands out the handle
+        {&kImage, missing.sourceProfile, 1, 0, 3000},   // likewise a missing profile
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        CColorMatcher* h = nullptr;
+        EXPECT_EQ(QemToolboxInit(c.image, c.names, c.method, c.intent, &h), c.expected);
+        ASSERT_EQ(h != nullptr, c.expected != 5001);  // a refused argument allocates nothing
+        EXPECT_EQ(h ? CMGetError(h) : 5001u, c.expected);
+        QemToolboxPostProc(h);
+    }
+    EXPECT_EQ(QemToolboxInit(&kImage, names, 1, 0, nullptr), 5001u);
+}
+
+// In place, and after each kind of reset, the same pixels as before.
+TEST(Toolbox, ProcAndResets) {
+    Handle h;
+    ASSERT_EQ(h.Init(), 0u);
+    std::vector<uint8_t> before = h.Convert(), inPlace = Ramp(kWidth * 3);
+    PixelRun run{inPlace.data(), 1};
+    EXPECT_EQ(QemToolboxProc(&run, nullptr, h.h) + QemToolboxProc(nullptr, &run, h.h), 5001u);
+    EXPECT_EQ(inPlace, before);  // no destination run: converted in place; no source run: refused
+    EXPECT_EQ(QemToolboxResetMatchingParam(nullptr, nullptr, 1, 0xFFFF, h.h), 2050u);  // 0xFFFF is not "keep"
+    EXPECT_EQ(QemToolboxResetMatchingParam(nullptr, nullptr, 0xFFFF, 0, h.h), 2040u);
+    EXPECT_EQ(QemToolboxResetMatchingParam(nullptr, nullptr, 1, 0, h.h), 0u);  // both null: current settings
+    EXPECT_EQ(h.Convert(), before);
+    EXPECT_EQ(QemToolboxResetProfiles(nullptr, nullptr, h.h), 0u);  // both null: current paths
+    EXPECT_EQ(h.Convert(), before);
+    EXPECT_EQ(QemToolboxResetProfiles(nullptr, kSrgb.c_str(), h.h), 0u);
+    EXPECT_EQ(std::string(h.h->names.sourceProfile), kSrgb);  // a null path keeps the current one
+    EXPECT_EQ(QemToolboxResetProfiles(TempPath("missing.icc").c_str(), nullptr, h.h), 3000u);
+    EXPECT_EQ(QemToolboxResetProfiles(kSrgb.c_str(), kAdobe.c_str(), h.h), 0u);
+    EXPECT_EQ(h.Convert(), before);
+    // A new image that fails validation leaves no transform to free twice.
+    EXPECT_EQ(QemToolboxResetMatchingParam(&kNineBits, nullptr, 1, 0, h.h), 2020u);
+}
+
+// Setters, curve functions, LocateProfile and SetDirectoryName; refusals (5001) change nothing.
+TEST(Toolbox, OtherEntryPoints) {
+    Handle h;
+    ASSERT_EQ(h.Init(), 0u);
+    const uint32_t refusals[] = {
+        QemToolboxChangeBufSize(4096, 2, h.h), QemToolboxChangeBufSize(0, 1, h.h),  // unit 2, size 0
+        QemToolboxChangeBufSize(-5, 1, h.h), QemToolboxChangeImageWidth(0, h.h),    // negative size, width 0
+        QemToolboxChangeImageLines(-1, h.h), QemToolboxLocateProfile(nullptr, nullptr),
+        QemToolboxChangeBufSize(4096, 1, nullptr), QemToolboxChangeImageWidth(5, nullptr),
+        QemToolboxChangeImageLines(5, nullptr), QemToolboxLocateProfile("a.icm", nullptr),
+    };
+    for (uint32_t code : refusals) EXPECT_EQ(code, 5001u);
+    EXPECT_EQ(h.h->progressTotal, kWidth);
+    EXPECT_EQ(QemToolboxChangeBufSize(4096, 1, h.h) + QemToolboxChangeImageWidth(16, h.h), 0u);
+    EXPECT_EQ(h.h->progressTotal, 2048u);  // 4096 x 16 / 32
+    EXPECT_EQ(QemToolboxChangeImageLines(3, h.h), 0u);
+    EXPECT_EQ(h.h->progressTotal, 48u);
+    char path[256] = "previous contents";
+    EXPECT_EQ(QemToolboxLocateProfile("a.icm", path), 1u);  // success is 1 here
+    DirectoryTable dirs;
+    const std::string longName(300, 'L'), cut = longName.substr(0, 254);  // the slot less one byte
+    SetDirectoryName(longName.c_str(), "", longName.c_str(), &dirs);
+    EXPECT_EQ(std::string(dirs.printer) + "|" + dirs.monitor + "|" + dirs.scanner, cut + "||" + cut);
+    const uint16_t g[1] = {256}, two[2] = {0, 255};
+    const CurveSpec gamma{3, 8, 1, {g, g, g, g}}, five{5, 8, 1, {g, g, g, g}}, table{3, 8, 2, {two, two, two, two}},
+        noData{3, 8, 1, {}}, noChannels{0, 8, 0, {}};
+    const struct { const CurveSpec* spec; uint16_t side; CColorMatcher* handle; uint32_t expected; } cases[] = {
+        {nullptr, 0, h.h, 5001},     // null CurveSpec
+        {&gamma, 2, h.h, 5001},      // side 2
+        {&gamma, 0, nullptr, 5001},  // null handle
+        {&five, 0, h.h, 5001},       // more than four channels
+        {&gamma, 1, h.h, 0},         // gamma 1.0 on the output side
+        {&table, 0, h.h, 0},         // two-entry table on the input side
+        {&noData, 0, h.h, 0},        // data pointers missing: the failed filling is not reported
+        {&noChannels, 0, h.h, 0},    // the matcher refuses zero channels; not reported
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        EXPECT_EQ(QemToolboxChange1DLUT(c.spec, c.side, c.handle), c.expected);  // change
+        EXPECT_EQ(QemToolboxMerge1DLUT(c.spec, c.side, c.handle), c.expected);  // merge
+    }
+}
+
+// The toolbox's gamma curve, 1024 entries of pow(x, g) x max + 0.5 with x
+// accumulated in steps of 1/1023, handed to the matcher directly gives the
+// same pixels. A filling that stops at a missing data pointer still hands on
+// the curves made so far (a method-0 output merge reads curve 0 only).
+TEST(Toolbox, CurvesReachTheMatcherAsBuilt) {
+    const struct { uint16_t method, side, bits, gammaRaw; bool merge, full; } cases[] = {
+        {1, 1, 8, 563, false, true},  // method 1 output change, gamma 2.2
+        {0, 0, 16, 300, true, true},  // method 0 input merge, 16-bit values
+        {1, 0, 10, 128, true, true},  // method 1 input merge, 10-bit values, gamma 0.5
+        {0, 1, 8, 563, true, false},  // the filling stops after curve 0
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "method " << c.method << " side " << c.side << " bits " << c.bits);
+        Handle viaToolbox, direct;
+        ASSERT_EQ(viaToolbox.Init(c.method) + direct.Init(c.method), 0u);
+        const std::vector<uint8_t> untouched = viaToolbox.Convert();
+        const uint16_t g[1] = {c.gammaRaw}, *rest = c.full ? g : nullptr;
+        const CurveSpec spec{3, c.bits, 1, {g, rest, rest, rest}};
+        ASSERT_EQ((c.merge ? QemToolboxMerge1DLUT : QemToolboxChange1DLUT)(&spec, c.side, viaToolbox.h), 0u);
+        const double max = c.bits == 10 ? 1023 : c.bits == 16 ? 65535 : 255;
+        std::vector<std::vector<uint16_t>> copies(3, std::vector<uint16_t>(1024));
+        double x = 0.0;
+        for (int i = 0; i < 1024; ++i, x += 1 / 1023.0)
+            for (auto& copy : copies) copy[i] = uint16_t(uint32_t(std::pow(x, c.gammaRaw / 256.0) * max + 0.5));
+        ValueBuffer buffers[4] = {};
+        for (int ch = 0; ch < (c.full ? 3 : 1); ++ch) buffers[ch] = {1024, 0, copies[ch].data()};
+        ASSERT_EQ((c.merge ? Merge1DLut : Change1DLut)(direct.h, c.side, c.bits, 3, buffers), 0u);
+        const std::vector<uint8_t> got = viaToolbox.Convert();
+        EXPECT_EQ(got, direct.Convert());
+        EXPECT_NE(got, untouched);  // the curve must have an effect
+    }
+}
+
+// Profiles in folders named after their registered classes: Monitor/{srgb,adobe,lab,gray,spac,link,xxxx}.icc,
+// monitor/srgb.icc, Printer/{cmyk,a2b1,a2b2}.icc and x\Monitor\srgb.icc (one file name).
 class TopLevel : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        base_ = tintra3::test::TempPath("toplevel");
-        for (const char* d : {"Monitor", "monitor", "Printer"}) fs::create_directories(fs::path(base_) / d);
-        Copy("sRGB.icc", "Monitor/srgb.icc");
-        Copy("compatibleWithAdobeRGB1998.icc", "Monitor/adobe.icc");
-        Copy("LCMSLABI.ICM", "Monitor/lab.icc");
-        Copy("Gray.icc", "Monitor/gray.icc");
-        Copy("sRGB.icc", "monitor/srgb.icc");
-        Copy("ghostscript/default_cmyk.icc", "Printer/cmyk.icc");
-        Copy("sRGB.icc", "x\\Monitor\\srgb.icc");
-        for (const char* cls : {"spac", "link", "xxxx"}) {
+        for (const char* d : {"Monitor", "monitor", "Printer"}) fs::create_directories(Path(d));
+        const std::pair<const char*, const char*> copies[] = {
+            {"sRGB.icc", "Monitor/srgb.icc"}, {"sRGB.icc", "monitor/srgb.icc"}, {"sRGB.icc", "x\\Monitor\\srgb.icc"},
+            {"compatibleWithAdobeRGB1998.icc", "Monitor/adobe.icc"}, {"LCMSLABI.ICM", "Monitor/lab.icc"},
+            {"Gray.icc", "Monitor/gray.icc"}, {"ghostscript/default_cmyk.icc", "Printer/cmyk.icc"}};
+        for (auto [real, to] : copies) fs::copy_file(RealProfile(real), Path(to), fs::copy_options::overwrite_existing);
+        static const char kClasses[][5] = {"spac", "link", "xxxx"};
+        for (const auto& cls : kClasses) {
             auto w = tintra3::icc::MatrixTrcGammaProfile({}, 2.2);
-            w.header.deviceClass = (uint32_t(uint8_t(cls[0])) << 24) | (uint32_t(uint8_t(cls[1])) << 16) |
-                                   (uint32_t(uint8_t(cls[2])) << 8) | uint32_t(uint8_t(cls[3]));
+            w.header.deviceClass = Sig4(cls);
             ASSERT_TRUE(w.WriteFile(Path("Monitor/") + cls + ".icc"));
         }
-        WritePrinter(Sig4("A2B1"), "Printer/a2b1.icc");
-        WritePrinter(Sig4("A2B2"), "Printer/a2b2.icc");
-    }
-
-    // A printer lut profile holding its table under one A2B tag only.
-    static void WritePrinter(uint32_t tag, const char* to) {
-        tintra3::icc::ProfileWriter w;
-        w.header.deviceClass = Sig4("prtr");
-        w.header.colorSpace = Sig4("RGB ");
-        w.header.pcs = Sig4("XYZ ");
-        w.AddTag(Sig4("wtpt"), tintra3::icc::XyzElement({{0.9642, 1.0, 0.8249}}));
-        w.AddTag(tag, tintra3::icc::Mft2Element(tintra3::icc::IdentityLut(3, 2, 256)));
-        ASSERT_TRUE(w.WriteFile(Path(to)));
-    }
-
-    static void Copy(const char* real, const char* to) {
-        fs::copy_file(RealProfile(real), Path(to), fs::copy_options::overwrite_existing);
+        WritePrinterWithOnly(Sig4("A2B1"), Path("Printer/a2b1.icc"));
+        WritePrinterWithOnly(Sig4("A2B2"), Path("Printer/a2b2.icc"));
+        SetDirectoryName("Printer", "Monitor", "Scanner", &upper_);
+        SetDirectoryName("Printer", "monitor", "Scanner", &lower_);
     }
     static std::string Path(const std::string& relative) { return base_ + "/" + relative; }
-
-    static DirectoryTable Table(const char* monitor) {
-        DirectoryTable t;
-        SetDirectoryName("Printer", monitor, "Scanner", &t);
-        return t;
-    }
-
-    static std::string base_;
+    static inline const std::string base_ = TempPath("toplevel");
+    static inline DirectoryTable upper_, lower_;
 };
-std::string TopLevel::base_;
-
-std::vector<uint8_t> Pixels(uint32_t count) {
-    std::vector<uint8_t> p(size_t(count) * 3);
-    for (size_t i = 0; i < p.size(); ++i) p[i] = uint8_t(i * 29 + i / 7);
-    return p;
-}
 
 TEST_F(TopLevel, ProfileChecks) {
-    const DirectoryTable upper = Table("Monitor");
-    const DirectoryTable lower = Table("monitor");
     const std::string srgb = "Monitor/srgb.icc", adobe = "Monitor/adobe.icc", spac = "Monitor/spac.icc",
-                      xxxx = "Monitor/xxxx.icc", lowerSrgb = "monitor/srgb.icc", missing = "Monitor/missing.icc";
-    const std::string null = "(null)";
-    struct Case {
-        std::string source, destination;  // relative to the base folder
-        const DirectoryTable* table;
-        int32_t intent, method;
-        uint32_t expected;
-        const char* why;
-    } cases[] = {
-        {srgb, adobe, &upper, 0, 0, 0, "registered folder, both sides"},
-        {srgb, "Monitor/lab.icc", &upper, 3, 1, 0, "Lab destination, method 0"},
-        {srgb, adobe, &lower, 0, 0, 1402, "folder compared case-sensitively"},
-        {lowerSrgb, adobe, &upper, 0, 0, 1402, "file in 'monitor', slot holds 'Monitor'"},
-        {srgb, lowerSrgb, &upper, 0, 0, 1412, "same for the destination"},
-        {"x\\Monitor\\srgb.icc", srgb, &upper, 0, 0, 0, "backslash separators are recognised"},
-        {spac, srgb, &upper, 0, 0, 1402, "'spac' has no folder of its own"},
-        {"Monitor/link.icc", srgb, &upper, 0, 0, 1402, "'link' neither"},
-        {srgb, spac, &upper, 0, 0, 1412, "destination 'spac'"},
-        {xxxx, srgb, &upper, 0, 0, 1401, "class not accepted"},
-        {srgb, xxxx, &upper, 0, 0, 1411, "destination class not accepted"},
-        {"Monitor/gray.icc", srgb, &upper, 0, 0, 1200, "GRAY source refused"},
-        {srgb, "Printer/cmyk.icc", &upper, 0, 0, 1210, "CMYK destination refused"},
-        {missing, srgb, &upper, 0, 0, 1400, "missing source"},
-        {"Monitor", srgb, &upper, 0, 0, 1400, "a directory does not open as a file"},
-        {srgb, "Printer", &upper, 0, 0, 1410, "nor as the destination"},
-        {srgb, missing, &upper, 0, 0, 1410, "missing destination"},
-        {null, srgb, &upper, 0, 0, 1403, "null source"},
-        {srgb, null, &upper, 0, 0, 1413, "null destination"},
-        {missing, null, &upper, 7, 9, 1400, "source checked before intent and method"},
-        {srgb, adobe, &upper, 7, 0, 1390, "intent 7 is refused by the toolbox, not 1300"},
-        {srgb, adobe, &upper, -1, 0, 1390, "negative intent"},
-        {srgb, adobe, &upper, 0, 3, 1390, "method choice 3, not 1310"},
-        {srgb, adobe, nullptr, 0, 0, 1402, "no table: nothing is registered"},
+                      xxxx = "Monitor/xxxx.icc", missing = "Monitor/missing.icc";
+    const DirectoryTable *up = &upper_, *low = &lower_;
+    const struct { std::string src, dst; const DirectoryTable* table; int32_t intent, method; uint32_t expected; }
+    cases[] = {  // paths relative to the base folder; "" is a null pointer
+        {srgb, adobe, up, 0, 0, 0},                     // registered folder, both sides
+        {srgb, "Monitor/lab.icc", up, 3, 1, 0},         // Lab destination, method 0
+        {srgb, adobe, low, 0, 0, 1402},                 // folder compared case-sensitively
+        {"monitor/srgb.icc", adobe, up, 0, 0, 1402},    // file in "monitor", slot holds "Monitor"
+        {srgb, "monitor/srgb.icc", up, 0, 0, 1412},     // same for the destination
+        {"x\\Monitor\\srgb.icc", srgb, up, 0, 0, 0},    // backslash separators are recognised
+        {spac, srgb, up, 0, 0, 1402},                   // "spac" has no folder of its own
+        {"Monitor/link.icc", srgb, up, 0, 0, 1402},     // "link" neither
+        {srgb, spac, up, 0, 0, 1412},                   // destination "spac"
+        {xxxx, srgb, up, 0, 0, 1401},                   // class not accepted
+        {srgb, xxxx, up, 0, 0, 1411},                   // destination class not accepted
+        {"Monitor/gray.icc", srgb, up, 0, 0, 1200},     // GRAY source refused
+        {srgb, "Printer/cmyk.icc", up, 0, 0, 1210},     // CMYK destination refused
+        {missing, srgb, up, 0, 0, 1400},                // missing source
+        {"Monitor", srgb, up, 0, 0, 1400},              // a directory does not open as a file
+        {srgb, "Printer", up, 0, 0, 1410},              // nor as the destination
+        {srgb, missing, up, 0, 0, 1410},                // missing destination
+        {"", srgb, up, 0, 0, 1403},                     // null source
+        {srgb, "", up, 0, 0, 1413},                     // null destination
+        {missing, "", up, 7, 9, 1400},                  // source checked before intent and method
+        {srgb, adobe, up, 7, 0, 1390},                  // intent 7 is refused by the toolbox, not 1300
+        {srgb, adobe, up, -1, 0, 1390},                 // negative intent
+        {srgb, adobe, up, 0, 3, 1390},                  // method choice 3, not 1310
+        {srgb, adobe, nullptr, 0, 0, 1402},             // no table: nothing is registered
     };
-    for (const Case& c : cases) {
-        const std::string source = Path(c.source), destination = Path(c.destination);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
         CColorMatcher* handle = nullptr;
-        EXPECT_EQ(tintra_Init(c.source == null ? nullptr : source.c_str(),
-                              c.destination == null ? nullptr : destination.c_str(), c.intent, c.method, &handle,
-                              c.table),
-                  c.expected)
-            << c.why;
-        EXPECT_EQ(handle != nullptr, c.expected == 0) << c.why;
+        EXPECT_EQ(tintra_Init(c.src.empty() ? nullptr : Path(c.src).c_str(),
+                              c.dst.empty() ? nullptr : Path(c.dst).c_str(), c.intent, c.method,
+                              &handle, c.table),
+                  c.expected);
+        EXPECT_EQ(handle != nullptr, c.expected == 0);
+        tintra_Free(handle);
+    }
+    // "Monitor/srgb.icc" relative: the directory part has no separator but the trailing one, so no folder name.
+    const std::string cwd = fs::current_path();
+    ASSERT_EQ(chdir(base_.c_str()), 0);
+    CColorMatcher* handle = nullptr;
+    EXPECT_EQ(tintra_Init("Monitor/srgb.icc", "Monitor/srgb.icc", 0, 0, &handle, up), 1402u);
+    EXPECT_EQ(tintra_Init("./Monitor/srgb.icc", "./Monitor/srgb.icc", 0, 0, &handle, up), 0u);
+    tintra_Free(handle);
+    ASSERT_EQ(chdir("Monitor"), 0);
+    EXPECT_EQ(tintra_Init("srgb.icc", "srgb.icc", 0, 0, &handle, nullptr), 1402u);  // a bare name
+    ASSERT_EQ(chdir(cwd.c_str()), 0);
+}
+
+// Intents 2 and 3 swap twice (top level, then the selector), so they reach
+// the builder unchanged: 2 picks A2B2, 3 picks A2B1. A failed build keeps its handle.
+TEST_F(TopLevel, IntentsReachTheBuilder) {
+    const std::string a2b1 = Path("Printer/a2b1.icc"), a2b2 = Path("Printer/a2b2.icc"), srgb = Path("Monitor/srgb.icc");
+    const struct { const std::string& source; int32_t intent; bool builds; } cases[] = {
+        {a2b2, 2, true}, {a2b2, 3, false}, {a2b1, 3, true}, {a2b1, 2, false},
+    };
+    std::vector<uint8_t> in = Ramp(15), out(15);
+    for (const auto& c : cases) {
+        const uint32_t code = tintra(in.data(), 5, out.data(), c.source.c_str(), srgb.c_str(), c.intent, 1, &upper_);
+        EXPECT_EQ(code == 0, c.builds) << c.source << " intent " << c.intent << " code " << code;
+        CColorMatcher* handle = nullptr;
+        EXPECT_EQ(tintra_Init(c.source.c_str(), srgb.c_str(), c.intent, 1, &handle, &upper_), code);
+        EXPECT_NE(handle, nullptr);
         tintra_Free(handle);
     }
 }
 
-TEST_F(TopLevel, FolderNeedsASeparatorBeforeIt) {
-    const DirectoryTable upper = Table("Monitor");
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    ASSERT_EQ(chdir(base_.c_str()), 0);
-    CColorMatcher* handle = nullptr;
-    // "Monitor/srgb.icc": the directory part "Monitor/" has no separator
-    // besides the trailing one, so the folder name is empty.
-    EXPECT_EQ(tintra_Init("Monitor/srgb.icc", "Monitor/srgb.icc", 0, 0, &handle, &upper), 1402u);
-    EXPECT_EQ(tintra_Init("./Monitor/srgb.icc", "./Monitor/srgb.icc", 0, 0, &handle, &upper), 0u);
-    tintra_Free(handle);
-    ASSERT_EQ(chdir("Monitor"), 0);
-    EXPECT_EQ(tintra_Init("srgb.icc", "srgb.icc", 0, 0, &handle, nullptr), 1402u) << "a bare name";
-    ASSERT_EQ(chdir(cwd), 0);
-}
-
-// tintra's intents 2 and 3 swap twice (top level, then the selector), so
-// they reach the builder unchanged: 2 picks A2B2, 3 and 1 pick A2B1.
-TEST_F(TopLevel, IntentsReachTheBuilder) {
-    const DirectoryTable table = Table("Monitor");
-    const std::string a2b1 = Path("Printer/a2b1.icc"), a2b2 = Path("Printer/a2b2.icc");
-    const std::string srgb = Path("Monitor/srgb.icc");
-    struct Case {
-        const std::string& source;
-        int32_t intent;
-        bool builds;
-    } cases[] = {
-        {a2b2, 2, true}, {a2b2, 3, false}, {a2b1, 3, true}, {a2b1, 2, false},
-    };
-    const std::vector<uint8_t> in = Pixels(5);
-    for (const Case& c : cases) {
-        for (int32_t method : {1}) {
-            std::vector<uint8_t> out(in.size());
-            uint32_t code = tintra(in.data(), 5, out.data(), c.source.c_str(), srgb.c_str(), c.intent, method, &table);
-            EXPECT_EQ(code == 0, c.builds) << c.source << " intent " << c.intent << " code " << code;
-            // tintra_Init keeps its handle on failure for the caller.
-            CColorMatcher* handle = nullptr;
-            EXPECT_EQ(tintra_Init(c.source.c_str(), srgb.c_str(), c.intent, method, &handle, &table), code);
-            EXPECT_EQ(handle != nullptr, true);
-            tintra_Free(handle);
-        }
-    }
-}
-
-// tintra_Proc cuts the pixels into runs of 64; the result must equal one
-// toolbox conversion of all the pixels as a single run, and nothing may be
-// written past the last pixel.
-TEST_F(TopLevel, ChunkedConversionEqualsOneRun) {
-    const DirectoryTable table = Table("Monitor");
+// tintra cuts the pixels into runs of 64: the same as one toolbox conversion
+// of all of them as a single run, with nothing written past the end.
+TEST_F(TopLevel, ChunkedConversion) {
     const std::string src = Path("Monitor/srgb.icc"), dst = Path("Monitor/adobe.icc");
-    struct Case {
-        uint32_t pixels;
-        const char* why;
-    } cases[] = {
-        {130, "64 + 64 + 2"}, {128, "two full chunks, no remainder run"}, {64, "one chunk"},
-        {63, "remainder only"}, {1, "one pixel"}, {0, "no toolbox call, result 0"},
-    };
+    const ImageParams im{1, 130, 130 * 3, 130 * 3, 8, 8, 0, 0};
     for (int32_t methodChoice : {0, 1}) {
-        std::vector<uint8_t> in = Pixels(130);
-        // Reference: the toolbox with the defaults' method, all pixels in one run.
-        ImageParams im = {};
-        im.width = 1;
-        im.lines = 130;
-        im.bufferSize = im.destinationBufferSize = 130 * 3;
-        im.bitsIn = im.bitsOut = 8;
-        std::vector<char> names(512, '\0');
-        src.copy(names.data(), 255);
-        dst.copy(names.data() + 256, 255);
-        CColorMatcher* reference = nullptr;
-        ASSERT_EQ(QemToolboxInit(&im, names.data(), methodChoice == 1 ? 0 : 1, 0, &reference), 0u);
-        std::vector<uint8_t> expected(in.size());
-        PixelRun s = {in.data(), 130}, d = {expected.data(), 130};
+        std::vector<uint8_t> in = Ramp(130 * 3), expected(in.size());
+        PixelRun s{in.data(), 130}, d{expected.data(), 130};
+        CColorMatcher* reference = nullptr;  // choice 0 is method 1, choice 1 method 0
+        ASSERT_EQ(QemToolboxInit(&im, Names(src, dst).sourceProfile, methodChoice == 1 ? 0 : 1, 0, &reference), 0u);
         ASSERT_EQ(QemToolboxProc(&s, &d, reference), 0u);
         QemToolboxPostProc(reference);
-
-        for (const Case& c : cases) {
+        for (uint32_t n : {130, 128, 64, 63, 1, 0}) {  // 64+64+2, no remainder run, ..., no toolbox call
             std::vector<uint8_t> out(in.size() + 3, 0xEE);
-            EXPECT_EQ(tintra(in.data(), c.pixels, out.data(), src.c_str(), dst.c_str(), 0, methodChoice, &table), 0u)
-                << c.why;
-            EXPECT_TRUE(std::equal(out.begin(), out.begin() + c.pixels * 3, expected.begin())) << c.why;
-            EXPECT_TRUE(std::all_of(out.begin() + c.pixels * 3, out.end(), [](uint8_t b) { return b == 0xEE; }))
-                << c.why << ": written past the last pixel";
+            EXPECT_EQ(tintra(in.data(), n, out.data(), src.c_str(), dst.c_str(), 0, methodChoice, &upper_), 0u) << n;
+            EXPECT_TRUE(std::equal(out.begin(), out.begin() + n * 3, expected.begin())) << n;
+            EXPECT_EQ(std::count(out.begin() + n * 3, out.end(), 0xEE), out.end() - out.begin() - n * 3) << n;
         }
     }
-}
-
-TEST_F(TopLevel, ProcStatusComesFromTheLastChunk) {
-    const DirectoryTable table = Table("Monitor");
-    const std::string srgb = Path("Monitor/srgb.icc");
+    // tintra_Proc: the status of the last chunk.
     CColorMatcher* handle = nullptr;
-    ASSERT_EQ(tintra_Init(srgb.c_str(), srgb.c_str(), 1, 2, &handle, &table), 0u);
-    std::vector<uint8_t> in = Pixels(70), out(in.size());
+    ASSERT_EQ(tintra_Init(src.c_str(), src.c_str(), 1, 2, &handle, &upper_), 0u);
+    std::vector<uint8_t> in = Ramp(70 * 3), out(in.size());
     EXPECT_EQ(tintra_Proc(in.data(), out.data(), 70, handle), 0u);
-    EXPECT_EQ(GetProgress(handle), 109u) << "70 of 64 pixels: the chunks reached the matcher";
-    EXPECT_EQ(tintra_Proc(in.data(), out.data(), 0, nullptr), 0u) << "no chunk, no call";
-    EXPECT_EQ(tintra_Proc(in.data(), out.data(), 3, nullptr), 1390u) << "5001 from the toolbox";
-    EXPECT_EQ(tintra_Proc(nullptr, nullptr, 130, nullptr), 1390u) << "null buffers over several chunks";
+    EXPECT_EQ(GetProgress(handle), 109u);                              // 70 of 64: the chunks reached the matcher
+    EXPECT_EQ(tintra_Proc(in.data(), out.data(), 0, nullptr), 0u);     // no chunk, no call
+    EXPECT_EQ(tintra_Proc(in.data(), out.data(), 3, nullptr), 1390u);  // 5001 from the toolbox
+    EXPECT_EQ(tintra_Proc(nullptr, nullptr, 130, nullptr), 1390u);    // null buffers over several chunks
     tintra_Free(handle);
     tintra_Free(nullptr);
 }
