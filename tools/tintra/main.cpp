@@ -84,7 +84,8 @@ const char* const kEvalHelp =
     "\n"
     "Converts colours and prints the destination device values, one colour per\n"
     "line. Each VALUES argument is one colour, its channel values separated by\n"
-    "commas or spaces (\"255,128,0\"); without VALUES, colours are read from\n"
+    "commas or spaces (\"255,128,0\"), or given as one argument per value\n"
+    "(255 128 0, grouped by the source's channel count); without VALUES, colours are read from\n"
     "standard input, one per line ('#' starts a comment). Values are integers\n"
     "of --in-bits bits; results are integers of --bits bits.\n"
     "\n"
@@ -341,7 +342,29 @@ int Eval(const std::vector<std::string>& argv) {
 
     std::vector<std::vector<uint32_t>> colours;
     if (!args.positional.empty()) {
-        for (const std::string& a : args.positional) colours.push_back(ParseColour(a, channels, inBits));
+        // "255 0 0" as separate arguments is one colour too: arguments that
+        // are single numbers are grouped by the source's channel count.
+        std::vector<std::string> items;
+        std::string pending;
+        size_t pendingCount = 0;
+        for (const std::string& a : args.positional) {
+            const bool single = a.find_first_of(" ,;\t") == std::string::npos;
+            if (!single) {
+                if (pendingCount) throw Failure("'" + pending + "' has " + std::to_string(pendingCount) +
+                                                    " values; the source profile needs " + std::to_string(channels),
+                                                true);
+                items.push_back(a);
+                continue;
+            }
+            pending += (pendingCount ? " " : "") + a;
+            if (++pendingCount == channels) {
+                items.push_back(pending);
+                pending.clear();
+                pendingCount = 0;
+            }
+        }
+        if (pendingCount) items.push_back(pending);
+        for (const std::string& a : items) colours.push_back(ParseColour(a, channels, inBits));
     } else {
         std::string line;
         while (std::getline(std::cin, line)) {
