@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The main job: builds the library, the tool and the example (release preset), writes the test chart,
+# The main job: builds the library, the tools and the example (release preset),
+# prints what the library reads from every installed profile, writes the test chart,
 # converts it from builtin:srgb to builtin:cmyk and back with both matching
 # methods, and prints a summary: image size, seconds and megapixels per
 # second of each step, and the round-trip colour error (dE*ab).
@@ -9,9 +10,13 @@ cd "$(dirname "$0")/.."
 out="${1:-out}"
 bash scripts/install-deps.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target tintra example_convert
+cmake --build --preset release --target tintra tintra-inspect example_convert
 tintra=./build/release/tools/tintra
 mkdir -p "$out"
+
+echo "== what the library reads from every profile of the Debian profile packages"
+./build/release/tools/tintra-inspect
+echo
 
 echo "== the C example (examples/convert.c): sRGB to Adobe RGB through the toolbox layer"
 ./build/release/examples/example_convert
