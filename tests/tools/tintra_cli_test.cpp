@@ -217,6 +217,15 @@ TEST_F(TintraCli, EvalAgreesWithTheLibraryAndBuiltinsArePlausible) {
     const Result r = Tintra("eval --src builtin:srgb --dst builtin:cmyk --intent relative 255,255,255 0,0,0");
     EXPECT_TRUE(r.out.starts_with("0 0 0 0\n") && r.out.ends_with(" 255\n")) << r.out;
     EXPECT_EQ(Tintra("eval --src builtin:srgb --dst builtin:srgb --intent relative 128,128,128").out, "128 128 128\n");
+    // 10-bit values are numbers up to 1023 (the tool high-justifies them for the library), one argument each.
+    EXPECT_EQ(Tintra("eval --src builtin:srgb --dst builtin:srgb --in-bits 10 1023 1023 1023 512 0 0").out,
+              "255 255 255\n128 0 0\n");
+    // Intent names reach the toolbox codes: saturation uses B2A2 (linked to perceptual), absolute inks the paper.
+    auto intent = [](const char* name) { return Tintra(std::string("eval --src builtin:srgb --dst builtin:cmyk "
+                                                                   "255,255,255 200,30,30 --intent ") + name).out; };
+    EXPECT_EQ(intent("saturation"), intent("perceptual"));
+    EXPECT_NE(intent("saturation"), intent("relative"));
+    EXPECT_FALSE(intent("absolute").starts_with("0 0 0 0\n")) << intent("absolute");
     const std::string info = Tintra("info builtin:cmyk").out;
     for (const char* line : {"class         'prtr'", "kind 2 lut  4 -> 3", "kind 2 lut  3 -> 4"})
         EXPECT_NE(info.find(line), std::string::npos) << line;
@@ -243,7 +252,11 @@ TEST_F(TintraCli, FailuresLeaveNoFile) {
         {conv + " --src builtin:srgb --dst " + Path("badmagic.icc"), 1,
          "error 3001 (not an ICC profile, or a tag the conversion needs is missing or unusable): destination"},
         {conv + " --dst " + Path("truncated.icc"), 1, "error 3000"},
-        {conv + " --dst " + Path("notags.icc"), 1, "error 5000"},
+        {conv + " --dst " + Path("notags.icc"), 1, "error 5000 (the transform could not be built): destination"},
+        {conv + " --dst builtin:cmyk --write-profile " + Path("no/p.icc"), 1, "cannot create output file"},
+        {"convert " + chart8_ + " " + Path("out.png") + " --dst builtin:lab", 2, "PNG holds only grey or RGB"},
+        {"info builtin:srgb " + Path("truncated.icc"), 1, "error 3000 (the profile cannot be opened, or"},
+        {"info " + Path("missing.icc"), 1, "cannot open profile"},
         {conv + " --src builtin:cmyk --dst builtin:srgb", 1, "is for 4-channel data"},
         {conv, 2, "--dst is required"},
         {"convert " + chart8_ + " " + Path("out.png") + " --dst builtin:cmyk", 2, "PNG holds only grey or RGB"},

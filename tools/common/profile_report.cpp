@@ -108,13 +108,16 @@ void PrintModels(ProfileFile* profile) {
 
 }  // namespace
 
-bool PrintProfileReport(const std::string& path, const std::string& title) {
+bool PrintProfileReport(const std::string& path, const std::string& title, std::string* error) {
     ProfileFile profile{};
     if (!OpenProfile(path.c_str(), &profile)) {
+        const char* const reason = "cannot read as an ICC profile (missing, unreadable, or header or tag directory cut short)";
+        if (error) {
+            *error = reason;
+            return false;
+        }
         // One line in the report, and on to the next file.
-        std::printf("%s: error: cannot read as an ICC profile "
-                    "(missing, unreadable, or header or tag directory cut short)\n\n",
-                    title.c_str());
+        std::printf("%s: error: %s\n\n", title.c_str(), reason);
         return false;
     }
     std::printf("%s\n", title.c_str());

@@ -9,8 +9,9 @@
 namespace tintra3::report {
 
 // Prints the report of the profile at `path` under the heading `title` to
-// standard output. A file that cannot be read as a profile gives one error
-// line instead, and false.
-bool PrintProfileReport(const std::string& path, const std::string& title);
+// standard output. A file that cannot be read as a profile gives false and
+// one error line instead: on standard output, or, when `error` is given, in
+// *error for the caller to report (nothing printed).
+bool PrintProfileReport(const std::string& path, const std::string& title, std::string* error = nullptr);
 
 }  // namespace tintra3::report

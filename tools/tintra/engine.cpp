@@ -55,24 +55,14 @@ private:
     CColorMatcher* handle_ = nullptr;
 };
 
-bool LooksLikeIcc(const Profile& p) {
-    return p.bytes.size() >= 132 && std::memcmp(p.bytes.data() + 36, "acsp", 4) == 0;
-}
-
 // The one-line report of a failed set-up: the code, its meaning, and the
-// file it concerns as far as the tool can tell.
-Failure InitFailure(uint32_t status, const Profile& src, const Profile& dst) {
+// file it concerns. Profile failures (3000, 3001, 5000, ...) do not say which
+// profile is at fault, so each profile is tried again alone, paired with the
+// built-in Lab identity, which the library accepts on either side.
+Failure InitFailure(uint32_t status, const ImageParams& image, const Profile& src, const Profile& dst,
+                    const MatchSettings& s) {
     std::string concern;
     switch (status) {
-        case 3000:
-        case 3001:
-            if (!LooksLikeIcc(src))
-                concern = "source profile " + src.label;
-            else if (!LooksLikeIcc(dst))
-                concern = "destination profile " + dst.label;
-            else
-                concern = "source profile " + src.label + " or destination profile " + dst.label;
-            break;
         case 2020:
         case 2021:
         case 2030:
@@ -81,9 +71,20 @@ Failure InitFailure(uint32_t status, const Profile& src, const Profile& dst) {
         case 5001:
             concern = "the conversion settings";
             break;
-        default:
-            concern = "transform from source profile " + src.label + " to destination profile " + dst.label;
+        default: {
+            concern = "source profile " + src.label + " with destination profile " + dst.label;
+            try {
+                const Profile lab = LoadProfile("builtin:lab");
+                Matcher srcAlone, dstAlone;
+                if (srcAlone.Init(image, src, lab, s) == status)
+                    concern = "source profile " + src.label;
+                else if (dstAlone.Init(image, lab, dst, s) == status)
+                    concern = "destination profile " + dst.label;
+            } catch (const std::exception&) {
+                // No temporary file for the probe: name both profiles.
+            }
             break;
+        }
     }
     return Failure(StatusText(status) + ": " + concern);
 }
@@ -239,7 +240,7 @@ Image ConvertImage(const Image& in, const std::string& inName, const Profile& sr
     const double buildStart = Seconds();
     auto first = std::make_unique<Matcher>();
     const uint32_t initStatus = first->Init(params, src, dst, s);
-    if (initStatus != 0) throw InitFailure(initStatus, src, dst);
+    if (initStatus != 0) throw InitFailure(initStatus, params, src, dst, s);
     const double buildSeconds = Seconds() - buildStart;
     // The library has accepted both profiles; now they must fit the image.
     CheckChannels(in.colourChannels, src, dst, inName);
@@ -285,7 +286,7 @@ Image ConvertImage(const Image& in, const std::string& inName, const Profile& sr
             if (!matcher) {
                 matcher = std::make_unique<Matcher>();
                 const uint32_t status = matcher->Init(params, src, dst, s);
-                if (status != 0) throw InitFailure(status, src, dst);
+                if (status != 0) throw InitFailure(status, params, src, dst, s);
             }
             std::vector<uint8_t> gather((in.planar || in.alpha) ? size_t(params.bufferSize) : 0);
             std::vector<uint8_t> converted(params.destinationBufferSize);
@@ -379,13 +380,18 @@ std::vector<std::vector<uint32_t>> ConvertValues(const std::vector<std::vector<u
     params.layout = TINTRA_INTERLEAVED;
     Matcher matcher;
     const uint32_t status = matcher.Init(params, src, dst, settings);
-    if (status != 0) throw InitFailure(status, src, dst);
+    if (status != 0) throw InitFailure(status, params, src, dst, settings);
     CheckChannels(ChannelsOf(src.ColorSpace()), src, dst, "");
     if (count == 0) return {};
     const int cout = ChannelsOf(dst.ColorSpace());
 
+    // The library takes 10- and 12-bit samples high-justified in their
+    // 16-bit words (it indexes its tables with x >> 6 and x >> 4), so a
+    // 10-bit 1023 is handed over as 0xFFC0.
+    const unsigned justify = (bitsIn == 10 || bitsIn == 12) ? 16u - bitsIn : 0u;
     for (size_t i = 0; i < count; ++i)
-        for (int c = 0; c < cin; ++c) PutSample(input.data(), i * size_t(cin) + size_t(c), inBytes, colours[i][size_t(c)]);
+        for (int c = 0; c < cin; ++c)
+            PutSample(input.data(), i * size_t(cin) + size_t(c), inBytes, colours[i][size_t(c)] << justify);
     PixelRun srcRun{input.data(), 1}, dstRun{output.data(), 1};
     const uint32_t procStatus = QemToolboxProc(&srcRun, &dstRun, matcher.get());
     if (procStatus != 0) throw Failure(StatusText(procStatus) + ": converting the values");

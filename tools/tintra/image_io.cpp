@@ -225,7 +225,11 @@ extern "C" void PngError(png_structp png, png_const_charp message) {
     png_longjmp(png, 1);
 }
 
-extern "C" void PngWarning(png_structp, png_const_charp) {}
+// Warnings are kept (the last one) for the message of a later failure.
+extern "C" void PngWarning(png_structp png, png_const_charp message) {
+    auto* state = static_cast<PngState*>(png_get_error_ptr(png));
+    std::snprintf(state->error, sizeof state->error, "%s", message);
+}
 
 struct PngHeader {
     uint32_t width, height;
@@ -306,9 +310,13 @@ bool PngWrite(PngState* s, const Image* img, png_bytep* rows) {
     if (img->alpha) colorType |= PNG_COLOR_MASK_ALPHA;
     png_set_IHDR(s->png, s->info, img->width, img->height, img->bits, colorType, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    if (!img->icc.empty())
+    if (!img->icc.empty()) {
         png_set_iCCP(s->png, s->info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, img->icc.data(),
                      png_uint_32(img->icc.size()));
+        // libpng checks the profile against the image and may leave it out.
+        if (!png_get_valid(s->png, s->info, PNG_INFO_iCCP))
+            png_error(s->png, s->error[0] ? s->error : "libpng does not accept the profile for a PNG file");
+    }
     png_write_info(s->png, s->info);
     if (img->bits == 16 && std::endian::native == std::endian::little) png_set_swap(s->png);
     png_write_image(s->png, rows);
@@ -335,8 +343,8 @@ void WritePng(const Image& img, const std::string& tempPath, const std::string& 
     s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &s, PngError, PngWarning);
     if (s.png) s.info = png_create_info_struct(s.png);
     if (!s.png || !s.info) throw Failure("out of memory writing '" + shownPath + "'");
-    // A profile libpng finds inconsistent is dropped with a warning rather
-    // than failing the whole image.
+    // A profile libpng finds inconsistent is dropped with a warning (kept in
+    // s.error); PngWrite then refuses to write the image without it.
     png_set_benign_errors(s.png, 1);
     std::vector<png_bytep> rows(img.height);
     const size_t row = size_t(img.width) * img.samplesPerPixel() * img.bytesPerSample();

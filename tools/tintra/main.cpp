@@ -13,6 +13,7 @@
 #include <cstring>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -22,6 +23,7 @@
 #include <unistd.h>
 
 #include "tools/common/profile_report.h"
+#include "tools/iccwriter/icc_writer.h"
 #include "tools/tintra/common.h"
 #include "tools/tintra/engine.h"
 #include "tools/tintra/image_io.h"
@@ -56,10 +58,10 @@ const char* const kConvertHelp =
     "options:\n"
     "  --src PROFILE        source profile (default: the profile embedded in IN,\n"
     "                       else builtin:gray22, builtin:srgb or builtin:cmyk by\n"
-    "                       the number of colour channels)\n"
+    "                       the number of colour channels, builtin:lab for Lab)\n"
     "  --dst PROFILE        destination profile (required for TIFF output; PNG\n"
     "                       output defaults to builtin:srgb, or builtin:gray22\n"
-    "                       for a grey source)\n"
+    "                       for a grey source; a PNG needs a grey or RGB profile)\n"
     "  --intent NAME        perceptual (default), relative, saturation, absolute\n"
     "  --method 0|1         0: 8-bit precision, 1: 16-bit precision (default 1)\n"
     "  --bits 8|16          output bits per sample (default: those of IN)\n"
@@ -67,7 +69,8 @@ const char* const kConvertHelp =
     "  --threads N          worker threads (default: the number of cores)\n"
     "  --block-lines N      image lines per block handed to the library\n"
     "                       (default: about 64K pixels per block)\n"
-    "  --write-profile FILE also save the destination profile to FILE\n"
+    "  --write-profile FILE also save the destination profile to FILE (written\n"
+    "                       together with OUT, only on success)\n"
     "  --stats              print timing: build_s, convert_s, mpix_per_s\n"
     "  --no-progress        no progress bar (shown only on a terminal)\n";
 
@@ -77,7 +80,8 @@ const char* const kInfoHelp =
     "Prints, for each profile (a path or builtin:NAME), the header fields, the\n"
     "tag directory with each element's type, and the model the profile becomes\n"
     "as source and as destination for the intent codes 0..3 (kind 1 matrix/TRC,\n"
-    "2 lookup table, 3 grey, or 'fails').\n";
+    "2 lookup table, 3 grey, or 'fails'). A profile that cannot be read is\n"
+    "reported on standard error and the exit status is 1.\n";
 
 const char* const kEvalHelp =
     "usage: tintra eval --src PROFILE --dst PROFILE [options] [VALUES...]\n"
@@ -85,9 +89,10 @@ const char* const kEvalHelp =
     "Converts colours and prints the destination device values, one colour per\n"
     "line. Each VALUES argument is one colour, its channel values separated by\n"
     "commas or spaces (\"255,128,0\"), or given as one argument per value\n"
-    "(255 128 0, grouped by the source's channel count); without VALUES, colours are read from\n"
-    "standard input, one per line ('#' starts a comment). Values are integers\n"
-    "of --in-bits bits; results are integers of --bits bits.\n"
+    "(255 128 0, grouped by the source's channel count); without VALUES,\n"
+    "colours are read from standard input, one per line ('#' starts a comment).\n"
+    "Values are integers of --in-bits bits (10-bit white is 1023); results are\n"
+    "integers of --bits bits.\n"
     "\n"
     "options:\n"
     "  --intent NAME        perceptual (default), relative, saturation, absolute\n"
@@ -206,12 +211,17 @@ unsigned ParseThreads(const Args& args) {
     return args.Has("threads") ? unsigned(ParseInteger(args.Get("threads"), "--threads", 1, 256)) : DefaultThreads();
 }
 
-void WriteBytes(const std::vector<uint8_t>& bytes, const std::string& path) {
-    PendingOutput out(path);
+// Writes `bytes` to the pending file of `shownPath`.
+void WriteBytesTo(const std::vector<uint8_t>& bytes, const PendingOutput& out, const std::string& shownPath) {
     std::FILE* f = std::fopen(out.tempPath().c_str(), "wb");
     bool ok = f && std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
     if (f && std::fclose(f) != 0) ok = false;
-    if (!ok) throw Failure("cannot write '" + path + "': " + std::strerror(errno));
+    if (!ok) throw Failure("cannot write '" + shownPath + "': " + std::strerror(errno));
+}
+
+void WriteBytes(const std::vector<uint8_t>& bytes, const std::string& path) {
+    PendingOutput out(path);
+    WriteBytesTo(bytes, out, path);
     out.Commit();
 }
 
@@ -248,8 +258,13 @@ int Convert(const std::vector<std::string>& argv) {
         options.blockLines = uint32_t(ParseInteger(args.Get("block-lines"), "--block-lines", 1, 65535));
     options.outputPlanar = planar;
     options.progress = !args.flags.count("no-progress") && isatty(STDERR_FILENO);
-    // Validate the settings before reading anything.
+    // Validate the settings before reading anything, and create the outputs
+    // (under temporary names) before the work, so that an unwritable folder
+    // fails at once.
     MatchSettings match = ParseMatch(args, 8);
+    PendingOutput imageOut(outPath);
+    std::unique_ptr<PendingOutput> profileOut;
+    if (args.Has("write-profile")) profileOut = std::make_unique<PendingOutput>(args.Get("write-profile"));
 
     const Image in = ReadImage(inPath);
     if (!args.Has("bits")) match.bitsOut = uint16_t(in.bits);
@@ -265,16 +280,20 @@ int Convert(const std::vector<std::string>& argv) {
         dstSpec = ChannelsOf(src.ColorSpace()) == 1 ? "builtin:gray22" : "builtin:srgb";
     }
     const Profile dst = LoadProfile(dstSpec);
-    const int outChannels = ChannelsOf(dst.ColorSpace());
-    if (outFormat == FileFormat::kPng && outChannels != 1 && outChannels != 3)
+    // A PNG file can carry only a grey or an RGB profile (its iCCP chunk must
+    // match the colour type), so Lab or CMY data would lose their profile.
+    if (outFormat == FileFormat::kPng && dst.ColorSpace() != icc::Sig4("GRAY") &&
+        dst.ColorSpace() != icc::Sig4("RGB "))
         throw Failure("PNG holds only grey or RGB images, but destination profile " + dst.label + " is " +
                           SignatureText(dst.ColorSpace()) + " (write a TIFF)",
                       true);
 
     ConvertStats stats;
     const Image out = ConvertImage(in, inPath, src, dst, options, &stats);
-    WriteImageFile(out, outPath, outFormat);
-    if (args.Has("write-profile")) WriteBytes(dst.bytes, args.Get("write-profile"));
+    WriteImage(out, outFormat, imageOut.tempPath(), outPath);
+    if (profileOut) WriteBytesTo(dst.bytes, *profileOut, args.Get("write-profile"));
+    imageOut.Commit();
+    if (profileOut) profileOut->Commit();
 
     if (args.flags.count("stats")) {
         const double mp = double(in.pixelCount()) / 1e6;
@@ -293,12 +312,20 @@ int Info(const std::vector<std::string>& argv) {
         return 0;
     }
     if (args.positional.empty()) throw Failure("info needs at least one profile", true);
+    // A profile that cannot be read is reported on standard error, and the
+    // others are still shown; the exit status is then 1.
     int status = 0;
     for (const std::string& spec : args.positional) {
-        if (spec.rfind(kBuiltinPrefix, 0) == 0) {
+        std::string error;
+        try {
             const Profile p = LoadProfile(spec);
-            if (!report::PrintProfileReport(p.path, spec)) status = 1;
-        } else if (!report::PrintProfileReport(spec, spec)) {
+            // The reader's failure is the library's status 3000 for this file.
+            if (!report::PrintProfileReport(p.path, spec, &error))
+                throw Failure(StatusText(3000) + ": profile " + p.label);
+        } catch (const Failure& f) {
+            if (f.usage) throw;
+            std::fflush(stdout);
+            std::fprintf(stderr, "tintra: %s\n", f.what());
             status = 1;
         }
     }
