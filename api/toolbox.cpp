@@ -57,10 +57,10 @@ uint32_t MaxForBits(uint16_t bits) {
 // Fills the four curve buffers from a CurveSpec (channels <= 4). 1 on
 // success, 0 when an allocation (or a missing data pointer) stops it; the
 // buffers filled so far stay filled.
-int FillCurves(const CurveSpec* spec, ValueBuffer curves[4]) {
-    const uint32_t max = MaxForBits(spec->bits);
-    const uint16_t channels = spec->channels;
-    if (spec->kind == 0) {
+int FillCurves(const CurveSpec* request, ValueBuffer curves[4]) {
+    const uint32_t max = MaxForBits(request->bits);
+    const uint16_t channels = request->channels;
+    if (request->kind == 0) {
         // Identity: two entries 0 and max, copied to every further channel.
         if (!AllocU16(&curves[0], 2)) return 0;
         U16(curves[0])[0] = 0;
@@ -70,14 +70,14 @@ int FillCurves(const CurveSpec* spec, ValueBuffer curves[4]) {
         }
         return 1;
     }
-    if (spec->kind == 1) {
+    if (request->kind == 1) {
         // 1024 samples of x^gamma, gamma in 8.8 fixed point; x steps by
         // 1/1023 accumulated in double precision (so it drifts from i/1023
         // exactly as the curves have always been made).
         for (uint16_t c = 0; c < channels; ++c) {
-            if (spec->data[c] == nullptr) return 0;
+            if (request->data[c] == nullptr) return 0;
             if (!AllocU16(&curves[c], 1024)) return 0;
-            const double gamma = spec->data[c][0] * 0.00390625;
+            const double gamma = request->data[c][0] * 0.00390625;
             uint16_t* out = U16(curves[c]);
             double x = 0.0;
             for (uint32_t i = 0; i < 1024; ++i) {
@@ -91,27 +91,27 @@ int FillCurves(const CurveSpec* spec, ValueBuffer curves[4]) {
     }
     // A table of `kind` entries per channel, copied unchanged.
     for (uint16_t c = 0; c < channels; ++c) {
-        if (spec->data[c] == nullptr) return 0;
-        if (!AllocU16(&curves[c], spec->kind)) return 0;
-        std::memcpy(curves[c].data, spec->data[c], size_t(spec->kind) * sizeof(uint16_t));
+        if (request->data[c] == nullptr) return 0;
+        if (!AllocU16(&curves[c], request->kind)) return 0;
+        std::memcpy(curves[c].data, request->data[c], size_t(request->kind) * sizeof(uint16_t));
     }
     return 1;
 }
 
 using CurveCall = uint32_t(TINTRA3_CALL*)(CColorMatcher*, uint16_t, uint16_t, uint16_t, ValueBuffer*);
 
-uint32_t ApplyCurves(const CurveSpec* spec, uint16_t side, CColorMatcher* handle, CurveCall call) {
-    if (spec == nullptr || side > 1 || handle == nullptr) return kBadArgument;
+uint32_t ApplyCurves(const CurveSpec* request, uint16_t side, CColorMatcher* handle, CurveCall call) {
+    if (request == nullptr || side > 1 || handle == nullptr) return kBadArgument;
     // Four buffers is all the matcher takes.
-    if (spec->channels > 4) return kBadArgument;
+    if (request->channels > 4) return kBadArgument;
     ValueBuffer curves[4];
     for (ValueBuffer& b : curves) ClearValueBuffer(&b);
     // Both the filling's result and the matcher's status are dropped: this
     // layer reports success once its own checks pass. A filling that stopped
     // early still hands down the buffers filled so far (the curve operations
     // refuse curves that fall short).
-    (void)FillCurves(spec, curves);
-    call(handle, side, spec->bits, spec->channels, curves);
+    (void)FillCurves(request, curves);
+    call(handle, side, request->bits, request->channels, curves);
     for (ValueBuffer& b : curves) FreeValueBuffer(&b);
     return 0;
 }

@@ -52,24 +52,22 @@ step() {
 chart="$out/chart.tif"
 step "write the chart" "-" chart "$chart"
 errors=""
-for method in 0 1; do
-  cmyk="$out/chart-cmyk-m$method.tif"
-  back="$out/chart-back-m$method.tif"
-  step "builtin:srgb -> builtin:cmyk" "$method" convert "$chart" "$cmyk" \
+# One round trip of image $2 through builtin:cmyk and back with method $1,
+# compared with its start; rows are labelled by $3, the result saved as $4.
+round_trip() {
+  local method=$1 image=$2 label=$3 back=$4 cmyk="${4%.tif}-cmyk.tif"
+  step "$label: srgb -> cmyk" "$method" convert "$image" "$cmyk" \
        --dst builtin:cmyk --intent relative --method "$method" --stats --no-progress
-  step "builtin:cmyk -> builtin:srgb" "$method" convert "$cmyk" "$back" \
+  step "$label: cmyk -> srgb" "$method" convert "$cmyk" "$back" \
        --dst builtin:srgb --intent relative --method "$method" --stats --no-progress
-  step "compare chart and round trip" "$method" compare "$chart" "$back"
+  step "$label: compare" "$method" compare "$image" "$back"
+}
+for method in 0 1; do
+  round_trip "$method" "$chart" "first trip" "$out/chart-back-m$method.tif"
   errors+="  method $method, chart vs round trip:        $last_output"$'\n'
   # The round-tripped image lies inside the printer's gamut: a second round
   # trip of it measures the conversions alone, without gamut clipping.
-  cmyk2="$out/chart-cmyk2-m$method.tif"
-  back2="$out/chart-back2-m$method.tif"
-  step "second trip: srgb -> cmyk" "$method" convert "$back" "$cmyk2" \
-       --dst builtin:cmyk --intent relative --method "$method" --stats --no-progress
-  step "second trip: cmyk -> srgb" "$method" convert "$cmyk2" "$back2" \
-       --dst builtin:srgb --intent relative --method "$method" --stats --no-progress
-  step "compare first and second trip" "$method" compare "$back" "$back2"
+  round_trip "$method" "$out/chart-back-m$method.tif" "second trip" "$out/chart-back2-m$method.tif"
   errors+="  method $method, in-gamut image vs its trip: $last_output"$'\n'
 done
 

@@ -109,7 +109,7 @@ TEST(Toolbox, OtherEntryPoints) {
     const uint16_t g[1] = {256}, two[2] = {0, 255};
     const CurveSpec gamma{3, 8, 1, {g, g, g, g}}, five{5, 8, 1, {g, g, g, g}}, table{3, 8, 2, {two, two, two, two}},
         noData{3, 8, 1, {}}, noChannels{0, 8, 0, {}};
-    const struct { const CurveSpec* spec; uint16_t side; CColorMatcher* handle; uint32_t expected; } cases[] = {
+    const struct { const CurveSpec* curves; uint16_t side; CColorMatcher* handle; uint32_t expected; } cases[] = {
         {nullptr, 0, h.h, 5001},     // null CurveSpec
         {&gamma, 2, h.h, 5001},      // side 2
         {&gamma, 0, nullptr, 5001},  // null handle
@@ -121,8 +121,8 @@ TEST(Toolbox, OtherEntryPoints) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
-        EXPECT_EQ(QemToolboxChange1DLUT(c.spec, c.side, c.handle), c.expected);  // change
-        EXPECT_EQ(QemToolboxMerge1DLUT(c.spec, c.side, c.handle), c.expected);  // merge
+        EXPECT_EQ(QemToolboxChange1DLUT(c.curves, c.side, c.handle), c.expected);  // change
+        EXPECT_EQ(QemToolboxMerge1DLUT(c.curves, c.side, c.handle), c.expected);  // merge
     }
 }
 
@@ -143,8 +143,8 @@ TEST(Toolbox, CurvesReachTheMatcherAsBuilt) {
         ASSERT_EQ(viaToolbox.Init(c.method) + direct.Init(c.method), 0u);
         const std::vector<uint8_t> untouched = viaToolbox.Convert();
         const uint16_t g[1] = {c.gammaRaw}, *rest = c.full ? g : nullptr;
-        const CurveSpec spec{3, c.bits, 1, {g, rest, rest, rest}};
-        ASSERT_EQ((c.merge ? QemToolboxMerge1DLUT : QemToolboxChange1DLUT)(&spec, c.side, viaToolbox.h), 0u);
+        const CurveSpec gamma{3, c.bits, 1, {g, rest, rest, rest}};
+        ASSERT_EQ((c.merge ? QemToolboxMerge1DLUT : QemToolboxChange1DLUT)(&gamma, c.side, viaToolbox.h), 0u);
         const double max = c.bits == 10 ? 1023 : c.bits == 16 ? 65535 : 255;
         std::vector<std::vector<uint16_t>> copies(3, std::vector<uint16_t>(1024));
         double x = 0.0;

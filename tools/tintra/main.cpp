@@ -315,12 +315,12 @@ int Info(const std::vector<std::string>& argv) {
     // A profile that cannot be read is reported on standard error, and the
     // others are still shown; the exit status is then 1.
     int status = 0;
-    for (const std::string& spec : args.positional) {
+    for (const std::string& profileName : args.positional) {
         std::string error;
         try {
-            const Profile p = LoadProfile(spec);
+            const Profile p = LoadProfile(profileName);
             // The reader's failure is the library's status 3000 for this file.
-            if (!report::PrintProfileReport(p.path, spec, &error))
+            if (!report::PrintProfileReport(p.path, profileName, &error))
                 throw Failure(StatusText(3000) + ": profile " + p.label);
         } catch (const Failure& f) {
             if (f.usage) throw;

@@ -315,23 +315,23 @@ uint32_t Profile::ColorSpace() const {
     return (uint32_t(bytes[16]) << 24) | (uint32_t(bytes[17]) << 16) | (uint32_t(bytes[18]) << 8) | bytes[19];
 }
 
-Profile LoadProfile(const std::string& spec) {
+Profile LoadProfile(const std::string& profileName) {
     Profile p;
-    if (spec.rfind(kBuiltinPrefix, 0) == 0) {
-        const std::string name = spec.substr(std::strlen(kBuiltinPrefix));
-        p.label = spec;
+    if (profileName.rfind(kBuiltinPrefix, 0) == 0) {
+        const std::string name = profileName.substr(std::strlen(kBuiltinPrefix));
+        p.label = profileName;
         p.bytes = BuiltinProfileBytes(name);
         p.temp = std::make_shared<TempFile>("tintra-" + name, ".icc");
         p.temp->Write(p.bytes);
         p.path = p.temp->path();
         return p;
     }
-    p.label = "'" + spec + "'";
-    p.bytes = ReadWholeFile(spec, "profile");
+    p.label = "'" + profileName + "'";
+    p.bytes = ReadWholeFile(profileName, "profile");
     // The library keeps profile paths in 256-byte slots: a longer path is
     // handed over as a temporary copy.
-    if (spec.size() < 256) {
-        p.path = spec;
+    if (profileName.size() < 256) {
+        p.path = profileName;
     } else {
         p.temp = std::make_shared<TempFile>("tintra-profile", ".icc");
         p.temp->Write(p.bytes);

@@ -31,7 +31,7 @@ struct Profile {
 };
 
 // A profile from a command-line argument: "builtin:NAME" or a file path.
-Profile LoadProfile(const std::string& spec);
+Profile LoadProfile(const std::string& name);
 // A profile from bytes embedded in an image.
 Profile EmbeddedProfile(const std::vector<uint8_t>& bytes, const std::string& imagePath);
 // The built-in default for image data of `channels` channels in the given
