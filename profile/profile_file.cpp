@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 
+#include "profile/fixed_point.h"
 #include "profile/stream.h"
 
 namespace tintra3 {
@@ -34,9 +35,7 @@ int32_t ToS15Fixed16(double x) {
     // x * 65536 + 0.5 truncated toward zero: rounds half up for positive x
     // only. Like the processor's truncating conversion, a NaN or a value
     // whose truncation does not fit in 32 bits gives 0x80000000.
-    const double v = x * 65536.0 + 0.5;
-    if (v > -2147483649.0 && v < 2147483648.0) return int32_t(v);
-    return INT32_MIN;
+    return TruncToInt(x * 65536.0 + 0.5);
 }
 
 int OpenProfile(const char* path, ProfileFile* profile) {

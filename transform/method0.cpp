@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "profile/profile_model.h"
+#include "transform/build_common.h"
 #include "transform/colour.h"
 
 namespace tintra3 {
@@ -116,15 +117,11 @@ struct TableSide {
     }
 };
 
-// Lookup-table geometry the 8-bit sampling can use safely: at least two grid
-// points (the cell tables need a last cell below the last point) and a CLUT at
-// least as large as `axes` axes of it.
+// Lookup-table geometry the 8-bit sampling can use safely: the stored CLUT
+// (the cell tables need a last cell below the last point) covers `axes` axes.
 bool LutUsable(const LutModel& lut, uint32_t axes) {
-    if (lut.gridPoints < 2 || lut.outputChannels == 0) return false;
-    uint64_t needed = lut.outputChannels;
-    for (uint32_t a = 0; a < axes; ++a) needed *= lut.gridPoints;
     const ValueBuffer& stored = lut.precision == 8 ? lut.clut8 : lut.clut16;
-    return stored.count >= needed;
+    return ClutCovers(lut.gridPoints, axes, lut.outputChannels, stored.count);
 }
 
 // Loads the 8-bit CLUT, its cell and fraction tables and strides for `axes` axes.
@@ -138,7 +135,7 @@ int LoadTable(uint16_t* status, const LutModel& lut, uint32_t axes, TableSide* s
     }
     if (!BuildCellFraction8(status, lut.gridPoints, &side->cell, &side->fraction)) return 0;
     if (!LutClut8(&lut, &side->clut)) {
-        *status = 4;
+        *status = kBuildStatusNoMemory;
         return 0;
     }
     // The conversion keeps the element count; refuse a short table all the same.
@@ -228,13 +225,6 @@ void ConvertPcs8(uint32_t from, uint32_t to, const double white[3], const uint8_
     EncodePcs8(to, b, out);
 }
 
-// row-major 3x3 times a column.
-inline void Multiply(const double* m, const double in[3], double out[3]) {
-    out[0] = m[0] * in[0] + m[1] * in[1] + m[2] * in[2];
-    out[1] = m[3] * in[0] + m[4] * in[1] + m[5] * in[2];
-    out[2] = m[6] * in[0] + m[7] * in[1] + m[8] * in[2];
-}
-
 // A device value of a matrix destination: clipped to [0, 1], then x 255 + 0.5
 // truncated. A NaN passes the clip and codes as 0 (TruncToInt gives 0x80000000).
 inline uint8_t DeviceCode(double v) {
@@ -257,7 +247,7 @@ struct Builder {
         : t(record), src(source), dst(destination) {}
 
     int Fail4() {
-        t->status = 4;
+        t->status = kBuildStatusNoMemory;
         return 0;
     }
 
@@ -270,7 +260,7 @@ struct Builder {
             if (!ok) return Fail4();
             if (!Is256(t->inputCurves[c])) return 0;
         }
-        if (src->kind == kKindGray) return BuildMonoTables(t, &t->inputCurves[0]);
+        if (IsGrayKind(src->kind)) return BuildMonoTables(t, &t->inputCurves[0]);
         return BuildSimplexTables(t, t->inputCurves);
     }
 
@@ -341,7 +331,7 @@ struct Builder {
             double v[3];
             double w[3];
             DecodeXyz8(code, v);
-            Multiply(dst->lut.matrix, v, w);
+            MultiplyMatrix3(dst->lut.matrix, v, w);
             EncodeXyz8(w, code);
         }
         uint8_t all[256];
@@ -356,7 +346,7 @@ struct Builder {
         uint8_t srcCodes[3] = {0, 0, 0};
         if (src->kind == kKindMatrixTrc) {
             const double rgb[3] = {level[index[0]], level[index[1]], level[index[2]]};
-            Multiply(&src->matrix[0][0], rgb, xyz);
+            MultiplyMatrix3(&src->matrix[0][0], rgb, xyz);
         } else if (src->kind == kKindLut) {
             uint8_t coords[4];
             for (uint32_t a = 0; a < t->inputChannels; ++a) coords[a] = nodeCode[index[a]];
@@ -379,7 +369,7 @@ struct Builder {
         }
         if (dst->kind == kKindMatrixTrc) {
             double device[3];
-            Multiply(&dst->matrix[0][0], xyz, device);
+            MultiplyMatrix3(&dst->matrix[0][0], xyz, device);
             for (int k = 0; k < 3; ++k) out[k] = DeviceCode(device[k]);
         } else if (dst->kind == kKindLut) {
             uint8_t dstCodes[3];
@@ -495,23 +485,16 @@ int BuildCellFraction8(uint16_t* status, uint32_t points, ValueBuffer* cell, Val
     // Cells are bytes and the last cell is points - 2.
     if (points < 2 || points > 256) return 0;
     if (!AllocBytes(cell, 256) || !AllocU16(fraction, 256)) {
-        *status = 4;
+        *status = kBuildStatusNoMemory;
         return 0;
     }
     uint8_t* cells = Bytes(*cell);
     uint16_t* fractions = U16(*fraction);
     for (uint32_t v = 0; v < 256; ++v) {
-        const uint32_t s = v * (points - 1);
-        uint32_t c = s / 255;
-        uint32_t f;
-        if (c == points - 1) {
-            c = points - 2;  // the top code: last cell, full fraction
-            f = 256;
-        } else {
-            f = ((s - 255 * c) * 256 + 128) / 255;  // 8.8, rounded
-        }
-        cells[v] = static_cast<uint8_t>(c);
-        fractions[v] = static_cast<uint16_t>(f);
+        // The top code lands in the last cell with the full fraction (256).
+        const CellPosition at = LocateCell(points - 1, v, kScale8.fullScale);
+        cells[v] = static_cast<uint8_t>(at.cell);
+        fractions[v] = static_cast<uint16_t>(CellFraction(at.remainder, kScale8));
     }
     return 1;
 }
@@ -525,7 +508,7 @@ int BuildMonoTables(Method0Transform* transform, const ValueBuffer* curve) {
     int ok = BuildCellFraction8(&transform->status, transform->gridPoints, &cell, &fraction);
     if (ok) {
         if (!AllocBytes(&transform->monoCell, 256) || !AllocU16(&transform->monoFraction, 256)) {
-            transform->status = 4;
+            transform->status = kBuildStatusNoMemory;
             ok = 0;
         } else {
             // Compose with the curve: cell[v] = cell table[curve[v]], likewise the fraction.
@@ -569,14 +552,14 @@ int BuildSimplexTables(Method0Transform* transform, const ValueBuffer* curves) {
     for (uint32_t c = 0; c < n; ++c) {
         transform->simplexInput[c] = static_cast<SimplexInput*>(std::malloc(256 * sizeof(SimplexInput)));
         if (transform->simplexInput[c] == nullptr) {
-            transform->status = 4;
+            transform->status = kBuildStatusNoMemory;
             return 0;
         }
     }
     if (n == 3) {
         transform->simplex3 = static_cast<Simplex3*>(std::malloc(kSimplex3Records * sizeof(Simplex3)));
         if (transform->simplex3 == nullptr) {
-            transform->status = 4;
+            transform->status = kBuildStatusNoMemory;
             return 0;
         }
         uint32_t f[3];
@@ -595,7 +578,7 @@ int BuildSimplexTables(Method0Transform* transform, const ValueBuffer* curves) {
     } else {
         transform->simplex4 = static_cast<Simplex4*>(std::malloc(kSimplex4Records * sizeof(Simplex4)));
         if (transform->simplex4 == nullptr) {
-            transform->status = 4;
+            transform->status = kBuildStatusNoMemory;
             return 0;
         }
         uint32_t g[4];
@@ -690,7 +673,7 @@ int BuildMethod0Transform(Method0Transform* transform, uint16_t intent, ProfileF
     transform->ready = 0;
     transform->sourceSpace = source->header.colorSpace;
     transform->destinationSpace = destination->header.colorSpace;
-    transform->status = 0;
+    transform->status = kBuildStatusOk;
 
     ProfileModel sourceModel{};
     ProfileModel destinationModel{};
@@ -700,7 +683,7 @@ int BuildMethod0Transform(Method0Transform* transform, uint16_t intent, ProfileF
         transform->sourceKind = sourceModel.kind;
         transform->destinationKind = destinationModel.kind;
         // The intent reaches the grid only as this flag; 0, 1 and 2 sample alike.
-        transform->absolute = intent == 3 ? 1 : 0;
+        transform->absolute = intent == kBuilderIntentAbsolute ? 1 : 0;
         const bool known = (sourceModel.kind == kKindMatrixTrc || sourceModel.kind == kKindLut ||
                             sourceModel.kind == kKindGray) &&
                            (destinationModel.kind == kKindMatrixTrc || destinationModel.kind == kKindLut ||

@@ -159,49 +159,56 @@ TEST(Encodings, EdgesScalesAndEveryCode) {
 }
 
 TEST(Positions, CurvesSplitsLookupsAndGridIndexTables) {
-    uint16_t rising[] = {0, 65535}, falling[] = {65535, 0}, steps[] = {100, 4000, 3000, 60000};
-    ValueBuffer r{2, 0, rising}, f{2, 0, falling}, s{4, 0, steps};
-    struct Curve { const ValueBuffer* t; uint32_t shift, denom, round; uint16_t x, out; const char* why; } curves[] = {
-        {&r, 16, 65535, 32768, 65535, 65535, "x = denom, denom + 1 = 2^shift: last entry exactly"},
-        {&r, 16, 65535, 32768, 32768, 32768, "midpoint"},
-        {&f, 16, 65535, 32768, 1, 65534, "falling segment rounds like a signed lerp"},
-        {&s, 16, 65535, 32768, 21845, 4000, "x on an inner node"},
-        {&s, 12, 4095, 2048, 4095, 60000, "12-bit input reaches the top"},
-        {&s, 12, 4095, 2048, 2048, 3500, "falling middle segment at 12-bit floors"},
+    uint16_t rising[] = {0, 65535};
+    uint16_t falling[] = {65535, 0};
+    uint16_t steps[] = {100, 4000, 3000, 60000};
+    uint16_t bumpy[] = {1000, 50000, 20};
+    struct Lookup {
+        const uint16_t* table;
+        uint32_t count;
+        FixedScale scale;
+        uint32_t value;
+        uint16_t expected;
+        const char* why;
     };
-    for (const Curve& c : curves)
-        EXPECT_EQ(uint16_t(CurveLookup16(c.t, c.shift, c.denom, c.round, c.x)), c.out) << c.why;
-    struct Split { uint16_t last, x; uint32_t shift, denom, round; uint16_t index; uint32_t fraction; } splits[] = {
-        {255, 65535, 16, 65535, 32768, 254, 65536},  // top: last cell, fraction 1.0
-        {15, 0x3FF, 10, 1023, 512, 14, 1024},        // low-justified 10-bit top
-        {3, 32768, 16, 65535, 32768, 1, ((uint32_t(3 * 32768 - 65535) << 16) + 32768) / 65535},
+    const Lookup lookups[] = {
+        {rising, 2, kScale16, 65535, 65535, "value = full scale, 2^shift fraction: last entry exactly"},
+        {rising, 2, kScale16, 32768, 32768, "midpoint rising"},
+        {falling, 2, kScale16, 1, 65534, "falling segment rounds like a signed lerp"},
+        {falling, 2, kScale16, 32768, 32767, "value 32768 is fraction 32769; falling rounds as a floor"},
+        {falling, 2, kScale16, 65535, 0, "top of a falling table"},
+        {steps, 4, kScale16, 21845, 4000, "value on an inner node"},
+        {steps, 4, {12, 4095, 2048}, 4095, 60000, "12-bit input reaches the top"},
+        {steps, 4, {12, 4095, 2048}, 2048, 3500, "falling middle segment at 12-bit floors"},
+        {bumpy, 3, kScale16, 65535, 20, "last entry exactly"},
+        {bumpy, 3, kScale16, 32768, 49999, "just past the middle node, falling"},
+    };
+    for (const Lookup& c : lookups)
+        EXPECT_EQ(InterpolateTable16(c.table, c.count, c.value, c.scale), c.expected) << c.why;
+    struct Split {
+        uint32_t last;
+        uint32_t value;
+        FixedScale scale;
+        uint32_t cell;
+        uint32_t fraction;
+        const char* why;
+    };
+    const Split splits[] = {
+        {255, 65535, kScale16, 254, 65536, "top: last cell, fraction 1.0"},
+        {15, 0x3FF, {10, 1023, 512}, 14, 1024, "low-justified 10-bit top"},
+        {3, 32768, kScale16, 1, ((uint32_t(3 * 32768 - 65535) << 16) + 32768) / 65535, "inner cell"},
+        {31, 65535, kScale16, 30, 0x10000, "a 32-point grid's top"},
+        {31, 0, kScale16, 0, 0, "a 32-point grid's bottom"},
     };
     for (const Split& c : splits) {
-        uint16_t index;
-        uint32_t fraction;
-        SplitPosition(c.last, c.x, c.shift, c.denom, c.round, &index, &fraction);
-        EXPECT_EQ(std::pair(index, fraction), std::pair(c.index, c.fraction)) << c.last;
+        const CellPosition at = LocateCell(c.last, c.value, c.scale.fullScale);
+        EXPECT_EQ(std::pair(at.cell, CellFraction(at.remainder, c.scale)), std::pair(c.cell, c.fraction)) << c.why;
     }
-    // Locating in a grid, and 16-bit table lookups.
-    uint32_t cell, fraction, cell0, fraction0;
-    LocateInGrid(31, 65535, 16, 65535, 32768, &cell, &fraction);
-    LocateInGrid(31, 0, 16, 65535, 32768, &cell0, &fraction0);
-    EXPECT_EQ(std::tuple(cell, fraction, cell0, fraction0), std::tuple(30u, 0x10000u, 0u, 0u));  // top: last cell, 1.0
-    uint16_t bumpy[3] = {1000, 50000, 20};
-    const ValueBuffer b{3, 0, bumpy};
-    struct Lookup { const ValueBuffer* table; uint32_t value; uint16_t expected; const char* why; } lookups[] = {
-        {&r, 32768, 32768, "midpoint rising"},
-        {&f, 32768, 32767, "value 32768 is fraction 32769; falling rounds as a floor"},
-        {&f, 65535, 0, "top of a falling table"},
-        {&b, 65535, 20, "last entry exactly"},
-        {&b, 32768, 49999, "just past the middle node, falling"},
-    };
-    for (const Lookup& c : lookups) EXPECT_EQ(InterpolateTable16(c.table, c.value), c.expected) << c.why;
     // Grid index tables: position in cells, 16.16, rounded (+2048 is just under half of 4095).
     for (uint32_t points : {2u, 16u, 32u, 33u, 256u}) {
         ValueBuffer tables[2] = {};
         uint16_t status = 0;
-        ASSERT_EQ(BuildGridIndexTables(&status, tables, points), 1);
+        ASSERT_EQ(BuildGridIndexTables(&status, &tables[0], &tables[1], points), 1);
         const uint16_t* cell = U16(tables[0]);
         const uint32_t* fraction = U32(tables[1]);
         ASSERT_EQ(tables[0].count + tables[1].count, 2 * 4096u);
@@ -212,7 +219,8 @@ TEST(Positions, CurvesSplitsLookupsAndGridIndexTables) {
             ASSERT_LE(std::fabs(cell[i] * 65536.0 + fraction[i] - exact), 0.5 + 1.0 / 4095) << points << " " << i;
             ASSERT_LE(fraction[i], 0x10000u);
         }
-        FreeValueBuffer(&tables[0]), FreeValueBuffer(&tables[1]);
+        FreeValueBuffer(&tables[0]);
+        FreeValueBuffer(&tables[1]);
     }
 }
 
@@ -232,7 +240,6 @@ TEST(Interpolation, EightAndSixteenBitEqualTheFold) {
     for (int round = 0; round < 4000; ++round) {
         const uint32_t points = 2 + pick(4), outputs = 1 + pick(4), axes = 3 + pick(2);
         uint32_t stride[4], size = outputs, cell[4], f8[4], f16[4];
-        uint16_t index[4];
         for (uint32_t a = axes; a-- > 0; size *= points) stride[a] = size;
         std::vector<uint8_t> t8(size);
         std::vector<uint16_t> t16(size);
@@ -240,26 +247,26 @@ TEST(Interpolation, EightAndSixteenBitEqualTheFold) {
             r = pick(3), t8[e] = uint8_t(r ? pick(256) : pick(2) * 255), t16[e] = uint16_t(r ? rng() : pick(2) * 65535);
         size_t at = 0;
         for (uint32_t a = 0, r; a < axes; at += cell[a] * stride[a], ++a) {
-            r = pick(5), index[a] = uint16_t(cell[a] = pick(points - 1));
+            r = pick(5), cell[a] = pick(points - 1);
             f8[a] = r == 0 ? 0 : r == 1 ? 256 : pick(257);
             f16[a] = r == 0 ? 0 : r == 1 ? 0x10000 : pick(0x10001);
         }
         uint8_t out8[4];
         uint16_t out16[4];
-        const ValueBuffer b16{size, 0, t16.data()};
         (axes == 3 ? InterpolateTrilinear8 : InterpolateQuadrilinear8)(t8.data(), outputs, cell, f8, stride, out8);
-        (axes == 3 ? InterpolateTrilinear16 : InterpolateQuadrilinear16)(&b16, outputs, index, f16, stride, out16);
+        InterpolateCell16(t16.data(), outputs, axes, cell, f16, stride, out16);
         for (uint32_t k = 0; k < outputs; ++k) {
             ASSERT_EQ(out8[k], Fold(t8.data(), axes, 0, at + k, f8, stride)) << round << " channel " << k;
             ASSERT_EQ(out16[k], Fold(t16.data(), axes, 0, at + k, f16, stride)) << round << " channel " << k;
         }
     }
     // 0 -> 65535 and 65535 -> 0 at fraction 32768 both give 32768: the falling step floors the signed value.
-    uint16_t extremes[8] = {0, 65535, 0, 65535, 65535, 0, 65535, 0}, index[3] = {0, 0, 0}, out;
-    const ValueBuffer b{8, 0, extremes};
+    const uint16_t extremes[8] = {0, 65535, 0, 65535, 65535, 0, 65535, 0};
+    const uint32_t origin[3] = {0, 0, 0};
+    uint16_t out;
     for (uint32_t first : {0u, 0x10000u}) {
         const uint32_t fraction[3] = {first, 0, 32768}, stride[3] = {4, 2, 1};
-        InterpolateTrilinear16(&b, 1, index, fraction, stride, &out);
+        InterpolateCell16(extremes, 1, 3, origin, fraction, stride, &out);
         EXPECT_EQ(out, 32768) << first;
     }
 }
@@ -499,7 +506,7 @@ TEST(Method0, GridsEqualPlainEvaluation) {
 
 // 16-bit level of node k in a grid of p points, and a lookup in an n-entry 16-bit table.
 uint32_t Level(uint32_t k, uint32_t p) { return (k * 65535 + p / 2) / (p - 1); }
-uint32_t Lookup16(uint16_t* t, uint32_t n, uint32_t v) { ValueBuffer b{n, 0, t}; return InterpolateTable16(&b, v); }
+uint32_t Lookup16(uint16_t* t, uint32_t n, uint32_t v) { return InterpolateTable16(t, n, v, kScale16); }
 constexpr uint32_t kAny = 1u << 20;  // an expected value that is not checked
 
 // Largest difference between each CLUT value and expected(node coordinates,
