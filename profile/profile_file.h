@@ -51,7 +51,7 @@ struct TagDirectory {
 };
 
 struct ProfileFile {
-    std::FILE* stream;  // first field: the stream readers rely on it
+    std::FILE* stream;
     ProfileHeader header;
     TagDirectory tags;
     uint32_t valid;

@@ -22,6 +22,7 @@ constexpr uint16_t kBuilderIntentAbsolute = 3;
 // The record's kind fields hold a ModelKind; a monochrome source has a single
 // grid axis and a single input curve.
 inline bool IsGrayKind(uint16_t kind) { return kind == kKindGray; }
+inline bool IsKnownKind(uint16_t kind) { return kind == kKindMatrixTrc || kind == kKindLut || kind == kKindGray; }
 
 // A grid of `points` per axis over `axes` axes with `outputs` values a node
 // fits in `count` entries, with a real cell (two points) and an output at

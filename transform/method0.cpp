@@ -684,11 +684,7 @@ int BuildMethod0Transform(Method0Transform* transform, uint16_t intent, ProfileF
         transform->destinationKind = destinationModel.kind;
         // The intent reaches the grid only as this flag; 0, 1 and 2 sample alike.
         transform->absolute = intent == kBuilderIntentAbsolute ? 1 : 0;
-        const bool known = (sourceModel.kind == kKindMatrixTrc || sourceModel.kind == kKindLut ||
-                            sourceModel.kind == kKindGray) &&
-                           (destinationModel.kind == kKindMatrixTrc || destinationModel.kind == kKindLut ||
-                            destinationModel.kind == kKindGray);
-        if (known) {
+        if (IsKnownKind(sourceModel.kind) && IsKnownKind(destinationModel.kind)) {
             Builder builder(transform, &sourceModel, &destinationModel);
             result = builder.Run();
         }

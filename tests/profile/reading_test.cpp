@@ -70,7 +70,7 @@ TEST(ProfileFile, BuffersFixedHeaderAndLookup) {
     uint32_t type = 0, peeked = 0;
     EXPECT_EQ(FindTag(&p.file, Sig4("kTRC"), &index, &type) + FindTag(&p.file, Sig4("rTRC"), &absent, &peeked), 1);
     EXPECT_EQ(std::tuple(index, type, absent), std::tuple(1, kTypeCurv, -7));  // the first wins; absent: untouched
-    EXPECT_TRUE(PeekTagType(&p.file, 2, &type) && ReadU32BE(&p.file, &peeked) && peeked == kTypeXyz);  // peek rewinds
+    EXPECT_TRUE(PeekTagType(&p.file, 2, &type) && ReadU32BE(p.file.stream, &peeked) && peeked == kTypeXyz);  // peek rewinds
     EXPECT_EQ(PeekTagType(&p.file, 3, &type), 0);  // index == count
 }
 
