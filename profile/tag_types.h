@@ -71,7 +71,7 @@ int ReadXyzTag(ProfileFile* profile, int32_t index, XyzArray* array);
 int ReadLut8Tag(ProfileFile* profile, int32_t index, Lut8Tag* lut);
 int ReadLut16Tag(ProfileFile* profile, int32_t index, Lut16Tag* lut);
 void ReleaseCurveTag(CurveTag* curve);
-void ReleaseXyzArray(XyzArray* array);  // also used for TagDirectory-like records
+void ReleaseXyzArray(XyzArray* array);
 void ReleaseLut8Tag(Lut8Tag* lut);
 void ReleaseLut16Tag(Lut16Tag* lut);
 
