@@ -63,13 +63,6 @@ bool Fail(Method1Transform* t) {
     return false;
 }
 
-// A lut whose tables could index outside themselves is not usable here: the
-// tables need two or more entries (checked by the callers), the CLUT must be
-// as large as the grid and the record has room for four outputs.
-bool LutShapeUsable(uint32_t gridPoints, uint32_t dims, uint32_t outputs, const ValueBuffer& clut) {
-    return outputs <= 4 && ClutCovers(gridPoints, dims, outputs, clut.count);
-}
-
 // A 16-bit level located in a lut's grid: cell and 16.16 fraction.
 void LocateLevel(uint32_t gridPoints, uint32_t level, uint32_t* cell, uint32_t* fraction) {
     const CellPosition at = LocateCell(gridPoints - 1, level, kScale16.fullScale);
@@ -195,7 +188,7 @@ bool Method1Builder::PrepareSourceLut() {
         if (scratch_.sourceOutput16[c].count < 2) return false;
     }
     if (!LutClut16(&lut, &scratch_.sourceClut)) return Fail(t_);
-    if (!LutShapeUsable(lut.gridPoints, lut.inputChannels, 3, scratch_.sourceClut)) return false;
+    if (!ClutCovers(lut.gridPoints, lut.inputChannels, 3, scratch_.sourceClut.count)) return false;
     GridStrides(lut.inputChannels, lut.gridPoints, 3, scratch_.sourceStrides);
     return true;
 }
@@ -207,7 +200,8 @@ bool Method1Builder::PrepareDestinationLut() {
         if (scratch_.destinationInput16[c].count < 2) return false;
     }
     if (!LutClut16(&lut, &scratch_.destinationClut)) return Fail(t_);
-    if (!LutShapeUsable(lut.gridPoints, 3, lut.outputChannels, scratch_.destinationClut)) return false;
+    // ChooseShape has already held the outputs to four.
+    if (!ClutCovers(lut.gridPoints, 3, lut.outputChannels, scratch_.destinationClut.count)) return false;
     GridStrides(3, lut.gridPoints, lut.outputChannels, scratch_.destinationStrides);
     return true;
 }
