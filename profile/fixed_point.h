@@ -47,6 +47,17 @@ inline uint32_t CellFraction(uint32_t remainder, FixedScale scale) {
     return ((remainder << scale.shift) + scale.round) / scale.fullScale;
 }
 
+// The cell and fraction of every level 0 .. count - 1 of `scale` among
+// `points` nodes, stored narrowed to the tables' element types.
+template <typename Cell, typename Fraction>
+void LocateLevels(uint32_t points, uint32_t count, FixedScale scale, Cell* cells, Fraction* fractions) {
+    for (uint32_t v = 0; v < count; ++v) {
+        const CellPosition at = LocateCell(points - 1, v, scale.fullScale);
+        cells[v] = static_cast<Cell>(at.cell);
+        fractions[v] = static_cast<Fraction>(CellFraction(at.remainder, scale));
+    }
+}
+
 // a x (span - f) + b x f: the weight of two neighbours `f` steps of `span`
 // apart from a, in unsigned 32 bits.
 inline uint32_t WeightedSum(uint32_t a, uint32_t b, uint32_t f, uint32_t span) { return a * (span - f) + b * f; }

@@ -34,6 +34,17 @@ int StartResample(const ValueBuffer* curve, uint32_t m, ValueBuffer* out, Alloc 
     return 2;
 }
 
+// m results of `curve` stretched linearly, each brought to T by `narrow`.
+template <typename T, typename Alloc, typename Narrow>
+int Resample(const ValueBuffer* curve, uint32_t m, ValueBuffer* out, Alloc alloc, Narrow narrow) {
+    const int go = StartResample(curve, m, out, alloc);
+    if (go != 2) return go;
+    const uint16_t* c = U16(*curve);
+    T* r = static_cast<T*>(out->data);
+    for (uint32_t i = 0; i < m; ++i) r[i] = T(narrow(Interpolate16(c, curve->count, m, i)));
+    return 1;
+}
+
 }  // namespace
 
 void RescaleCurve(ValueBuffer* curve, uint32_t maximum, uint32_t range) {
@@ -47,32 +58,17 @@ void RescaleCurve(ValueBuffer* curve, uint32_t maximum, uint32_t range) {
 }
 
 int ResampleCurve16(const ValueBuffer* curve, uint32_t m, ValueBuffer* out) {
-    const int go = StartResample(curve, m, out, AllocU16);
-    if (go != 2) return go;
-    const uint16_t* c = U16(*curve);
-    uint16_t* r = U16(*out);
-    for (uint32_t i = 0; i < m; ++i) r[i] = uint16_t(Interpolate16(c, curve->count, m, i));
-    return 1;
+    return Resample<uint16_t>(curve, m, out, AllocU16, [](uint32_t v) { return v; });
 }
 
 int ResampleCurve12(const ValueBuffer* curve, uint32_t m, ValueBuffer* out) {
-    const int go = StartResample(curve, m, out, AllocU16);
-    if (go != 2) return go;
-    const uint16_t* c = U16(*curve);
-    uint16_t* r = U16(*out);
     // 16-bit value to 12 bits: (v * 4095 + 32768) >> 16, 0..4095.
-    for (uint32_t i = 0; i < m; ++i) r[i] = uint16_t((Interpolate16(c, curve->count, m, i) * 4095 + 32768) >> 16);
-    return 1;
+    return Resample<uint16_t>(curve, m, out, AllocU16, [](uint32_t v) { return (v * 4095 + 32768) >> 16; });
 }
 
 int ResampleCurve8(const ValueBuffer* curve, uint32_t m, ValueBuffer* out) {
-    const int go = StartResample(curve, m, out, AllocBytes);
-    if (go != 2) return go;
-    const uint16_t* c = U16(*curve);
-    uint8_t* r = Bytes(*out);
     // 16-bit value to 8 bits: (v * 255 + 32768) >> 16.
-    for (uint32_t i = 0; i < m; ++i) r[i] = uint8_t((Interpolate16(c, curve->count, m, i) * 255 + 32768) >> 16);
-    return 1;
+    return Resample<uint8_t>(curve, m, out, AllocBytes, [](uint32_t v) { return (v * 255 + 32768) >> 16; });
 }
 
 int ResampleCurveTo256(const ValueBuffer* curve, ValueBuffer* out) {

@@ -5,7 +5,9 @@
 
 #include <cstdint>
 
+#include "profile/fixed_point.h"
 #include "profile/profile_model.h"
+#include "profile/value_buffer.h"
 
 namespace tintra3 {
 
@@ -33,6 +35,29 @@ inline bool ClutCovers(uint32_t points, uint32_t axes, uint32_t outputs, uint32_
     uint64_t needed = outputs;
     for (uint32_t a = 0; a < axes; ++a) needed *= points;
     return count >= needed;
+}
+
+// A fresh buffer of `count` elements of T (one, two or four bytes).
+template <typename T>
+int AllocTable(ValueBuffer* buffer, uint32_t count) {
+    static_assert(sizeof(T) == 1 || sizeof(T) == 2 || sizeof(T) == 4);
+    if constexpr (sizeof(T) == 1) return AllocBytes(buffer, count);
+    if constexpr (sizeof(T) == 2) return AllocU16(buffer, count);
+    return AllocU32(buffer, count);
+}
+
+// Cell and fraction tables over `count` levels of `scale` for a grid of
+// `points` per axis. 1 on success; status kBuildStatusNoMemory and 0 when
+// either table cannot be allocated.
+template <typename Cell, typename Fraction>
+int BuildCellTables(uint16_t* status, uint32_t points, uint32_t count, FixedScale scale, ValueBuffer* cells,
+                    ValueBuffer* fractions) {
+    if (!AllocTable<Cell>(cells, count) || !AllocTable<Fraction>(fractions, count)) {
+        *status = kBuildStatusNoMemory;
+        return 0;
+    }
+    LocateLevels(points, count, scale, static_cast<Cell*>(cells->data), static_cast<Fraction*>(fractions->data));
+    return 1;
 }
 
 }  // namespace tintra3

@@ -186,20 +186,9 @@ void DecodeLch8(const uint8_t in[3], double out[3]) {
 }
 
 int BuildGridIndexTables(uint16_t* status, ValueBuffer* index, ValueBuffer* fraction, uint32_t points) {
-    if (!AllocU16(index, 4096) || !AllocU32(fraction, 4096)) {
-        *status = kBuildStatusNoMemory;
-        return 0;
-    }
-    uint16_t* cells = U16(*index);
-    uint32_t* fractions = U32(*fraction);
-    for (uint32_t i = 0; i < 4096; ++i) {
-        // Coordinate i of 4095 among points - 1 cells; the top (i = 4095)
-        // sits at fraction 1.0 of the last cell.
-        const CellPosition at = LocateCell(points - 1, i, kScale12.fullScale);
-        cells[i] = uint16_t(at.cell);
-        fractions[i] = CellFraction(at.remainder, kScale12);
-    }
-    return 1;
+    // Coordinate i of 4095 among points - 1 cells; the top (i = 4095) sits at
+    // fraction 1.0 of the last cell.
+    return BuildCellTables<uint16_t, uint32_t>(status, points, 4096, kScale12, index, fraction);
 }
 
 }  // namespace tintra3

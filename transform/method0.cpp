@@ -484,19 +484,8 @@ void DestroyMethod0Transform(Method0Transform* transform) {
 int BuildCellFraction8(uint16_t* status, uint32_t points, ValueBuffer* cell, ValueBuffer* fraction) {
     // Cells are bytes and the last cell is points - 2.
     if (points < 2 || points > 256) return 0;
-    if (!AllocBytes(cell, 256) || !AllocU16(fraction, 256)) {
-        *status = kBuildStatusNoMemory;
-        return 0;
-    }
-    uint8_t* cells = Bytes(*cell);
-    uint16_t* fractions = U16(*fraction);
-    for (uint32_t v = 0; v < 256; ++v) {
-        // The top code lands in the last cell with the full fraction (256).
-        const CellPosition at = LocateCell(points - 1, v, kScale8.fullScale);
-        cells[v] = static_cast<uint8_t>(at.cell);
-        fractions[v] = static_cast<uint16_t>(CellFraction(at.remainder, kScale8));
-    }
-    return 1;
+    // The top code lands in the last cell with the full fraction (256).
+    return BuildCellTables<uint8_t, uint16_t>(status, points, 256, kScale8, cell, fraction);
 }
 
 int BuildMonoTables(Method0Transform* transform, const ValueBuffer* curve) {

@@ -10,6 +10,7 @@
 #include "transform/method1.h"
 
 #include <cstdlib>
+#include <initializer_list>
 
 #include "profile/profile_model.h"
 #include "transform/build_common.h"
@@ -19,26 +20,27 @@ namespace tintra3 {
 
 namespace {
 
+// What a build keeps of a lookup-table side: the 16-bit tables on its PCS
+// side (a source's output tables, a destination's input tables), its CLUT
+// and the CLUT's strides.
+struct LutSide {
+    ValueBuffer tables[4] = {};
+    ValueBuffer clut = {};
+    uint32_t strides[4] = {};
+};
+
 // Everything a build keeps only while it runs.
 struct BuildScratch {
-    // Lookup-table source: 16-bit output tables and CLUT of its lut.
-    ValueBuffer sourceOutput16[4] = {};
-    ValueBuffer sourceClut = {};
-    uint32_t sourceStrides[4] = {};
-    // Lookup-table destination: 16-bit input tables and CLUT of its lut.
-    ValueBuffer destinationInput16[4] = {};
-    ValueBuffer destinationClut = {};
-    uint32_t destinationStrides[4] = {};
+    LutSide source;
+    LutSide destination;
     // Matrix/TRC source: node positions 0 .. 1.
     double* nodes = nullptr;
 
     ~BuildScratch() {
-        for (int c = 0; c < 4; ++c) {
-            FreeValueBuffer(&sourceOutput16[c]);
-            FreeValueBuffer(&destinationInput16[c]);
+        for (LutSide* side : {&source, &destination}) {
+            for (ValueBuffer& table : side->tables) FreeValueBuffer(&table);
+            FreeValueBuffer(&side->clut);
         }
-        FreeValueBuffer(&sourceClut);
-        FreeValueBuffer(&destinationClut);
         std::free(nodes);
     }
 };
@@ -101,8 +103,8 @@ private:
     bool ChooseShape();
     bool FillInputTables();
     bool FillOutputTables();
-    bool PrepareSourceLut();
-    bool PrepareDestinationLut();
+    using TableQuery = int (*)(const LutModel*, int, ValueBuffer*);
+    bool PrepareLut(const LutModel& lut, TableQuery pcsTables, uint32_t axes, uint32_t outputs, LutSide* side);
     bool PrepareGrid();
     void SourceToXyz(const uint32_t coord[4], double xyz[3]) const;
     void XyzToDestination(const double xyz[3], uint16_t* out) const;
@@ -181,28 +183,17 @@ bool Method1Builder::FillOutputTables() {
     return true;
 }
 
-bool Method1Builder::PrepareSourceLut() {
-    const LutModel& lut = src_->lut;
+// Tables of two or more entries and a CLUT as large as the grid: a lut whose
+// lookups could index outside its tables is not usable.
+bool Method1Builder::PrepareLut(const LutModel& lut, TableQuery pcsTables, uint32_t axes, uint32_t outputs,
+                                LutSide* side) {
     for (int c = 0; c < 3; ++c) {
-        if (!LutOutputTable16(&lut, c, &scratch_.sourceOutput16[c])) return Fail(t_);
-        if (scratch_.sourceOutput16[c].count < 2) return false;
+        if (!pcsTables(&lut, c, &side->tables[c])) return Fail(t_);
+        if (side->tables[c].count < 2) return false;
     }
-    if (!LutClut16(&lut, &scratch_.sourceClut)) return Fail(t_);
-    if (!ClutCovers(lut.gridPoints, lut.inputChannels, 3, scratch_.sourceClut.count)) return false;
-    GridStrides(lut.inputChannels, lut.gridPoints, 3, scratch_.sourceStrides);
-    return true;
-}
-
-bool Method1Builder::PrepareDestinationLut() {
-    const LutModel& lut = dst_->lut;
-    for (int c = 0; c < 3; ++c) {
-        if (!LutInputTable16(&lut, c, &scratch_.destinationInput16[c])) return Fail(t_);
-        if (scratch_.destinationInput16[c].count < 2) return false;
-    }
-    if (!LutClut16(&lut, &scratch_.destinationClut)) return Fail(t_);
-    // ChooseShape has already held the outputs to four.
-    if (!ClutCovers(lut.gridPoints, 3, lut.outputChannels, scratch_.destinationClut.count)) return false;
-    GridStrides(3, lut.gridPoints, lut.outputChannels, scratch_.destinationStrides);
+    if (!LutClut16(&lut, &side->clut)) return Fail(t_);
+    if (!ClutCovers(lut.gridPoints, axes, outputs, side->clut.count)) return false;
+    GridStrides(axes, lut.gridPoints, outputs, side->strides);
     return true;
 }
 
@@ -241,8 +232,8 @@ void Method1Builder::SourceToXyz(const uint32_t coord[4], double xyz[3]) const {
         uint32_t fraction[4];
         for (uint32_t d = 0; d < dims; ++d) LocateLevel(lut.gridPoints, level[d], &cell[d], &fraction[d]);
         uint16_t pcs[3];
-        InterpolateCell16(U16(scratch_.sourceClut), 3, dims, cell, fraction, scratch_.sourceStrides, pcs);
-        for (int c = 0; c < 3; ++c) pcs[c] = Table16(scratch_.sourceOutput16[c], pcs[c]);
+        InterpolateCell16(U16(scratch_.source.clut), 3, dims, cell, fraction, scratch_.source.strides, pcs);
+        for (int c = 0; c < 3; ++c) pcs[c] = Table16(scratch_.source.tables[c], pcs[c]);
         double decoded[3];
         if (src_->outputSpace == kSigLab) {
             DecodeLab16(pcs, decoded);
@@ -296,21 +287,26 @@ void Method1Builder::XyzToDestination(const double xyz[3], uint16_t* out) const 
         return;
     }
     const LutModel& lut = dst_->lut;
-    for (int c = 0; c < 3; ++c) pcs[c] = Table16(scratch_.destinationInput16[c], pcs[c]);
+    for (int c = 0; c < 3; ++c) pcs[c] = Table16(scratch_.destination.tables[c], pcs[c]);
     // The matrix comes after the input tables here, on purpose.
     if (dst_->inputSpace == kSigXyz) ApplyLutMatrix(lut, pcs);
     uint32_t cell[3];
     uint32_t fraction[3];
     for (int d = 0; d < 3; ++d) LocateLevel(lut.gridPoints, pcs[d], &cell[d], &fraction[d]);
-    InterpolateCell16(U16(scratch_.destinationClut), lut.outputChannels, 3, cell, fraction,
-                      scratch_.destinationStrides, out);
+    InterpolateCell16(U16(scratch_.destination.clut), lut.outputChannels, 3, cell, fraction,
+                      scratch_.destination.strides, out);
 }
 
 bool Method1Builder::Run() {
     if (!ChooseShape()) return false;
     if (!FillInputTables() || !FillOutputTables()) return false;
-    if (sourceKind_ == kKindLut && !PrepareSourceLut()) return false;
-    if (destinationKind_ == kKindLut && !PrepareDestinationLut()) return false;
+    // A source lut yields a PCS triple; a destination's outputs ChooseShape held to four.
+    if (sourceKind_ == kKindLut &&
+        !PrepareLut(src_->lut, LutOutputTable16, src_->lut.inputChannels, 3, &scratch_.source))
+        return false;
+    if (destinationKind_ == kKindLut &&
+        !PrepareLut(dst_->lut, LutInputTable16, 3, dst_->lut.outputChannels, &scratch_.destination))
+        return false;
     if (!PrepareGrid()) return false;
 
     const uint32_t dims = t_->inputChannels;
