@@ -161,68 +161,63 @@ void LookUpTable(const TableSide& side, const uint8_t* code, uint8_t* out) {
 
 inline bool KnownPcs(uint32_t pcs) { return pcs == kSigLab || pcs == kSigLch || pcs == kSigXyz; }
 
-// 8-bit PCS codes to doubles of that PCS (Lab, LCh or XYZ).
-void DecodePcs8(uint32_t pcs, const uint8_t code[3], double out[3]) {
-    if (pcs == kSigLab)
-        DecodeLab8(code, out);
-    else if (pcs == kSigLch)
-        DecodeLch8(code, out);
-    else
-        DecodeXyz8(code, out);
-}
+// One PCS at 8 bits: its codes, and its way to and from XYZ (none for XYZ).
+using PcsConversion = void (*)(const double white[3], const double in[3], double out[3]);
+struct Pcs8 {
+    void (*decode)(const uint8_t in[3], double out[3]);
+    void (*encode)(const double in[3], uint8_t out[3]);
+    PcsConversion toXyz;
+    PcsConversion fromXyz;
+};
 
-void EncodePcs8(uint32_t pcs, const double in[3], uint8_t code[3]) {
-    if (pcs == kSigLab)
-        EncodeLab8(in, code);
-    else if (pcs == kSigLch)
-        EncodeLch8(in, code);
-    else
-        EncodeXyz8(in, code);
+// Lab, LCh, and XYZ for any other signature (KnownPcs rules those out first).
+const Pcs8& PcsOf(uint32_t pcs) {
+    static const Pcs8 kLab = {DecodeLab8, EncodeLab8, LabToXyz, XyzToLab};
+    static const Pcs8 kLch = {DecodeLch8, EncodeLch8, LchToXyz, XyzToLch};
+    static const Pcs8 kXyz = {DecodeXyz8, EncodeXyz8, nullptr, nullptr};
+    if (pcs == kSigLab) return kLab;
+    if (pcs == kSigLch) return kLch;
+    return kXyz;
 }
 
 // 8-bit codes of a PCS to XYZ.
 void CodesToXyz(uint32_t pcs, const double white[3], const uint8_t code[3], double xyz[3]) {
+    const Pcs8& from = PcsOf(pcs);
     double v[3];
-    DecodePcs8(pcs, code, v);
-    if (pcs == kSigLab)
-        LabToXyz(white, v, xyz);
-    else if (pcs == kSigLch)
-        LchToXyz(white, v, xyz);
+    from.decode(code, v);
+    if (from.toXyz != nullptr)
+        from.toXyz(white, v, xyz);
     else
         std::memcpy(xyz, v, sizeof v);
 }
 
 // XYZ to 8-bit codes of a PCS.
 void XyzToCodes(uint32_t pcs, const double white[3], const double xyz[3], uint8_t code[3]) {
+    const Pcs8& to = PcsOf(pcs);
     double v[3];
-    if (pcs == kSigLab)
-        XyzToLab(white, xyz, v);
-    else if (pcs == kSigLch)
-        XyzToLch(white, xyz, v);
+    if (to.fromXyz != nullptr)
+        to.fromXyz(white, xyz, v);
     else
         std::memcpy(v, xyz, sizeof v);
-    EncodePcs8(pcs, v, code);
+    to.encode(v, code);
 }
 
-// Source PCS codes to destination PCS codes without a detour through the
-// media whites: the one direct conversion between the two spaces.
+// Source PCS codes to destination PCS codes of another PCS without a detour
+// through the media whites: Lab and LCh convert directly, either of them and
+// XYZ through the one's XYZ conversion.
 void ConvertPcs8(uint32_t from, uint32_t to, const double white[3], const uint8_t in[3], uint8_t out[3]) {
     double a[3];
     double b[3];
-    DecodePcs8(from, in, a);
+    PcsOf(from).decode(in, a);
     if (from == kSigLab && to == kSigLch)
         LabToLch(white, a, b);
     else if (from == kSigLch && to == kSigLab)
         LchToLab(white, a, b);
-    else if (from == kSigLab)
-        LabToXyz(white, a, b);
-    else if (from == kSigLch)
-        LchToXyz(white, a, b);
-    else if (to == kSigLab)
-        XyzToLab(white, a, b);
+    else if (PcsOf(from).toXyz != nullptr)
+        PcsOf(from).toXyz(white, a, b);
     else
-        XyzToLch(white, a, b);
-    EncodePcs8(to, b, out);
+        PcsOf(to).fromXyz(white, a, b);
+    PcsOf(to).encode(b, out);
 }
 
 // A device value of a matrix destination: clipped to [0, 1], then x 255 + 0.5
@@ -251,44 +246,39 @@ struct Builder {
         return 0;
     }
 
-    // Input side: input curves and the index tables over them.
-    int BuildInputSide() {
-        const uint32_t inputs = t->inputChannels;
-        for (uint32_t c = 0; c < inputs; ++c) {
-            int ok = src->kind == kKindLut ? LutInputTable8(&src->lut, static_cast<int>(c), &t->inputCurves[c])
-                                           : CurveTable8x256(src, static_cast<int>(c), &t->inputCurves[c]);
+    // `count` 256-entry u8 curves of a model: a lookup table's own (through
+    // `lutCurves`), else its tone curves.
+    using CurveQuery = int (*)(const LutModel*, int, ValueBuffer*);
+    int LoadCurves8(const ProfileModel* model, CurveQuery lutCurves, uint32_t count, ValueBuffer* curves) {
+        for (uint32_t c = 0; c < count; ++c) {
+            const int channel = static_cast<int>(c);
+            const int ok = model->kind == kKindLut ? lutCurves(&model->lut, channel, &curves[c])
+                                                   : CurveTable8x256(model, channel, &curves[c]);
             if (!ok) return Fail4();
-            if (!Is256(t->inputCurves[c])) return 0;
-        }
-        if (IsGrayKind(src->kind)) return BuildMonoTables(t, &t->inputCurves[0]);
-        return BuildSimplexTables(t, t->inputCurves);
-    }
-
-    int BuildOutputSide() {
-        const uint32_t outputs = t->outputChannels;
-        for (uint32_t c = 0; c < outputs; ++c) {
-            int ok = dst->kind == kKindLut ? LutOutputTable8(&dst->lut, static_cast<int>(c), &t->outputCurves[c])
-                                           : CurveTable8x256(dst, static_cast<int>(c), &t->outputCurves[c]);
-            if (!ok) return Fail4();
-            if (!Is256(t->outputCurves[c])) return 0;
+            if (!Is256(curves[c])) return 0;
         }
         return 1;
     }
 
+    // Input side: input curves and the index tables over them.
+    int BuildInputSide() {
+        if (!LoadCurves8(src, LutInputTable8, t->inputChannels, t->inputCurves)) return 0;
+        if (IsGrayKind(src->kind)) return BuildMonoTables(t, &t->inputCurves[0]);
+        return BuildSimplexTables(t, t->inputCurves);
+    }
+
+    int BuildOutputSide() { return LoadCurves8(dst, LutOutputTable8, t->outputChannels, t->outputCurves); }
+
+    // The PCS-side curves of a lookup table: a source's output curves, a
+    // destination's input curves.
     int LoadTables() {
         if (src->kind == kKindLut) {
             if (!LoadTable(&t->status, src->lut, t->inputChannels, &srcTable)) return 0;
-            for (int c = 0; c < 3; ++c) {
-                if (!LutOutputTable8(&src->lut, c, &srcTable.curves[c])) return Fail4();
-                if (!Is256(srcTable.curves[c])) return 0;
-            }
+            if (!LoadCurves8(src, LutOutputTable8, 3, srcTable.curves)) return 0;
         }
         if (dst->kind == kKindLut) {
             if (!LoadTable(&t->status, dst->lut, 3, &dstTable)) return 0;
-            for (int c = 0; c < 3; ++c) {
-                if (!LutInputTable8(&dst->lut, c, &dstTable.curves[c])) return Fail4();
-                if (!Is256(dstTable.curves[c])) return 0;
-            }
+            if (!LoadCurves8(dst, LutInputTable8, 3, dstTable.curves)) return 0;
         }
         return 1;
     }
@@ -307,7 +297,7 @@ struct Builder {
         if (srcPcs == kSigLab || srcPcs == kSigLch) {
             const uint8_t code[3] = {g, 128, 128};
             double v[3];
-            DecodePcs8(srcPcs, code, v);
+            PcsOf(srcPcs).decode(code, v);
             v[1] = 0.0;  // a, b (or C, h) exactly neutral
             v[2] = 0.0;
             if (srcPcs == kSigLab)
