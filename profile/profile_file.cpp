@@ -25,44 +25,6 @@ void FreeDirectory(TagDirectory* directory) {
     directory->owned = 0;
 }
 
-}  // namespace
-
-double FromS15Fixed16(uint32_t raw) {
-    return double(int32_t(raw)) * (1.0 / 65536.0);
-}
-
-int32_t ToS15Fixed16(double x) {
-    // x * 65536 + 0.5 truncated toward zero: rounds half up for positive x
-    // only. Like the processor's truncating conversion, a NaN or a value
-    // whose truncation does not fit in 32 bits gives 0x80000000.
-    return TruncToInt(x * 65536.0 + 0.5);
-}
-
-int OpenProfile(const char* path, ProfileFile* profile) {
-    profile->valid = 0;
-    profile->stream = nullptr;
-    profile->tags.count = 0;
-    profile->tags.entries = nullptr;
-    profile->tags.owned = 0;
-    profile->fileSize = 0;
-    if (!OpenFileForRead(path, &profile->stream)) return 0;
-    profile->fileSize = MeasureFile(profile->stream);
-    if (!ReadProfileHeader(profile, &profile->header) || !ReadTagDirectory(profile, &profile->tags)) {
-        // Nobody closes a record that never became valid, so close it here.
-        FreeDirectory(&profile->tags);
-        CloseFile(&profile->stream);
-        return 0;
-    }
-    profile->valid = 1;
-    return 1;
-}
-
-void CloseProfile(ProfileFile* profile) {
-    CloseFile(&profile->stream);
-    FreeDirectory(&profile->tags);
-    profile->valid = 0;
-}
-
 int ReadProfileHeader(ProfileFile* profile, ProfileHeader* header) {
     // Fields in the order of their offsets; each read stops at the first
     // short one.
@@ -110,6 +72,44 @@ int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
             return 0;
     }
     return 1;
+}
+
+}  // namespace
+
+double FromS15Fixed16(uint32_t raw) {
+    return double(int32_t(raw)) * (1.0 / 65536.0);
+}
+
+int32_t ToS15Fixed16(double x) {
+    // x * 65536 + 0.5 truncated toward zero: rounds half up for positive x
+    // only. Like the processor's truncating conversion, a NaN or a value
+    // whose truncation does not fit in 32 bits gives 0x80000000.
+    return TruncToInt(x * 65536.0 + 0.5);
+}
+
+int OpenProfile(const char* path, ProfileFile* profile) {
+    profile->valid = 0;
+    profile->stream = nullptr;
+    profile->tags.count = 0;
+    profile->tags.entries = nullptr;
+    profile->tags.owned = 0;
+    profile->fileSize = 0;
+    if (!OpenFileForRead(path, &profile->stream)) return 0;
+    profile->fileSize = MeasureFile(profile->stream);
+    if (!ReadProfileHeader(profile, &profile->header) || !ReadTagDirectory(profile, &profile->tags)) {
+        // Nobody closes a record that never became valid, so close it here.
+        FreeDirectory(&profile->tags);
+        CloseFile(&profile->stream);
+        return 0;
+    }
+    profile->valid = 1;
+    return 1;
+}
+
+void CloseProfile(ProfileFile* profile) {
+    CloseFile(&profile->stream);
+    FreeDirectory(&profile->tags);
+    profile->valid = 0;
 }
 
 int FindTag(ProfileFile* profile, uint32_t signature, int32_t* index, uint32_t* type) {

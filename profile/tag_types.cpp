@@ -167,13 +167,13 @@ void ReleaseLut16Tag(Lut16Tag* lut) {
     lut->ready = 0;
 }
 
+namespace {
+
 double CurveGamma(const CurveTag* curve) {
     // u8Fixed8: the stored value / 256.
     if (curve->entries.count == 0) return 0.0;
     return double(U16(curve->entries)[0]) * (1.0 / 256.0);
 }
-
-namespace {
 
 // `size` entries of trunc(0.5 + x^exponent * 65535), x stepping from 0 by
 // 1 / (size - 1). The step is accumulated, not recomputed from the index.

@@ -78,6 +78,5 @@ void ReleaseLut16Tag(Lut16Tag* lut);
 // Curve tables (u16) for the builders.
 int BuildForwardCurve(const CurveTag* curve, ValueBuffer* out, uint32_t size);
 int BuildInverseCurve(const CurveTag* curve, ValueBuffer* out, uint32_t gammaSize, uint32_t tableSize);
-double CurveGamma(const CurveTag* curve);
 
 }  // namespace tintra3
