@@ -81,15 +81,21 @@ TEST(Toolbox, OtherEntryPoints) {
     Handle h;
     ASSERT_EQ(h.Init(), 0u);
     const uint32_t refusals[] = {
-        QemToolboxChangeBufSize(4096, 2, h.h), QemToolboxChangeBufSize(0, 1, h.h),  // unit 2, size 0
-        QemToolboxChangeBufSize(-5, 1, h.h), QemToolboxChangeImageWidth(0, h.h),    // negative size, width 0
-        QemToolboxChangeImageLines(-1, h.h), QemToolboxLocateProfile(nullptr, nullptr),
-        QemToolboxChangeBufSize(4096, 1, nullptr), QemToolboxChangeImageWidth(5, nullptr),
-        QemToolboxChangeImageLines(5, nullptr), QemToolboxLocateProfile("a.icm", nullptr),
+        QemToolboxChangeBufSize(4096, 2, h.h),        // unit 2
+        QemToolboxChangeBufSize(0, 1, h.h),           // size 0
+        QemToolboxChangeBufSize(-5, 1, h.h),          // negative size
+        QemToolboxChangeImageWidth(0, h.h),           // width 0
+        QemToolboxChangeImageLines(-1, h.h),          // negative line count
+        QemToolboxLocateProfile(nullptr, nullptr),    // no name, no path
+        QemToolboxChangeBufSize(4096, 1, nullptr),    // null handles
+        QemToolboxChangeImageWidth(5, nullptr),
+        QemToolboxChangeImageLines(5, nullptr),
+        QemToolboxLocateProfile("a.icm", nullptr),    // no path buffer
     };
     for (uint32_t code : refusals) EXPECT_EQ(code, 5001u);
     EXPECT_EQ(h.h->progressTotal, kWidth);
-    EXPECT_EQ(QemToolboxChangeBufSize(4096, 1, h.h) + QemToolboxChangeImageWidth(16, h.h), 0u);
+    EXPECT_EQ(QemToolboxChangeBufSize(4096, 1, h.h), 0u);
+    EXPECT_EQ(QemToolboxChangeImageWidth(16, h.h), 0u);
     EXPECT_EQ(h.h->progressTotal, 2048u);  // 4096 x 16 / 32
     EXPECT_EQ(QemToolboxChangeImageLines(3, h.h), 0u);
     EXPECT_EQ(h.h->progressTotal, 48u);
@@ -133,7 +139,8 @@ TEST(Toolbox, CurvesReachTheMatcherAsBuilt) {
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "method " << c.method << " side " << c.side << " bits " << c.bits);
         Handle viaToolbox, direct;
-        ASSERT_EQ(viaToolbox.Init(c.method) + direct.Init(c.method), 0u);
+        ASSERT_EQ(viaToolbox.Init(c.method), 0u);
+        ASSERT_EQ(direct.Init(c.method), 0u);
         const std::vector<uint8_t> untouched = viaToolbox.Convert();
         const uint16_t g[1] = {c.gammaRaw}, *rest = c.full ? g : nullptr;
         const CurveSpec gamma{3, c.bits, 1, {g, rest, rest, rest}};

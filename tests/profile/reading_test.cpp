@@ -93,7 +93,10 @@ std::pair<int, uint32_t> ReadAll(const std::vector<uint8_t>& element, std::optio
     const int ok = ReadXyzTag(&p.file, 0, &x) | ReadCurveTag(&p.file, 0, &c) << 1 | ReadLut8Tag(&p.file, 0, &l8) << 2 |
                    ReadLut16Tag(&p.file, 0, &l16) << 3;
     const std::pair<int, uint32_t> read(ok, x.count + c.entries.count + l8.clut.count + l16.clut.count);
-    ReleaseXyzArray(&x), ReleaseCurveTag(&c), ReleaseLut8Tag(&l8), ReleaseLut16Tag(&l16);
+    ReleaseXyzArray(&x);
+    ReleaseCurveTag(&c);
+    ReleaseLut8Tag(&l8);
+    ReleaseLut16Tag(&l16);
     return read;
 }
 
