@@ -116,7 +116,7 @@ bool PrimaryOutputTablesPresent(const Method1Transform* t, uint32_t c) {
 }
 
 bool ChangeMethod1(Method1Transform* t, uint16_t side, uint32_t maximum, uint32_t channels,
-                       ValueBuffer* curves) {
+                   ValueBuffer* curves) {
     if (side == 0) {
         if (!CurvesCover(curves, channels, t->inputChannels)) return false;
         // Curves become 12-bit grid coordinates: v * 4096 / maximum, 4096 -> 4095.
@@ -167,7 +167,7 @@ void Compose16(const ValueBuffer& source, const ValueBuffer& w, ValueBuffer* out
 }
 
 bool MergeMethod1(Method1Transform* t, uint16_t side, uint32_t maximum, uint32_t channels,
-                      const ValueBuffer* curves) {
+                  const ValueBuffer* curves) {
     WorkTables work;
     ValueBuffer* w = &work.table[0];
     if (side == 0) {
@@ -284,7 +284,7 @@ void ReleaseMethod0IndexTables(Method0Transform* t) {
 }
 
 bool ToneMethod0Input(Method0Transform* t, bool merge, uint32_t maximum, uint32_t channels,
-                          ValueBuffer* curves) {
+                      ValueBuffer* curves) {
     const uint32_t n = Method0InputCurvesNeeded(t);
     if (!CurvesCover(curves, channels, n)) return false;
 
