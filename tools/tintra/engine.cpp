@@ -72,6 +72,9 @@ Failure InitFailure(uint32_t status, const ImageParams& image, const Profile& sr
             concern = "the conversion settings";
             break;
         default: {
+            // The profile check knows which profile and tag are at fault and why.
+            concern = ProfileProblems(src, dst, s.intent);
+            if (!concern.empty()) break;
             concern = "source profile " + src.label + " with destination profile " + dst.label;
             try {
                 const Profile lab = LoadProfile("builtin:lab");
