@@ -201,6 +201,11 @@ struct Clut {
     int outputs = 0;
     std::vector<double> values;  // 0..1, first input channel slowest
 
+    // Interpolated as ICC readers commonly do (and the peer does): simplex
+    // (tetrahedral) in three dimensions, linear along the first of four
+    // between two such, multilinear otherwise. A coarse table differs between
+    // these schemes by far more than any encoding detail, so rebuilding it
+    // finely by this scheme is what keeps the library close to its peers.
     void Eval(const double* in, double* out) const {
         const size_t n = grid.size();
         std::vector<size_t> stride(n);
@@ -211,22 +216,56 @@ struct Clut {
         }
         std::vector<size_t> cell(n);
         std::vector<double> frac(n);
+        size_t base = 0;
         for (size_t d = 0; d < n; ++d) {
             const double pos = std::clamp(in[d], 0.0, 1.0) * (grid[d] - 1);
             cell[d] = grid[d] > 1 ? std::min(size_t(pos), size_t(grid[d] - 2)) : 0;
             frac[d] = grid[d] > 1 ? pos - double(cell[d]) : 0.0;
+            base += cell[d] * stride[d];
+        }
+        if (n == 3) {
+            Simplex(base, stride.data(), frac.data(), 3, out);
+            return;
+        }
+        if (n == 4) {
+            std::vector<double> low(static_cast<size_t>(outputs));
+            std::vector<double> high(static_cast<size_t>(outputs));
+            Simplex(base, stride.data() + 1, frac.data() + 1, 3, low.data());
+            const size_t step = grid[0] > 1 ? stride[0] : 0;
+            Simplex(base + step, stride.data() + 1, frac.data() + 1, 3, high.data());
+            for (int o = 0; o < outputs; ++o)
+                out[o] = low[size_t(o)] + (high[size_t(o)] - low[size_t(o)]) * frac[0];
+            return;
         }
         for (int o = 0; o < outputs; ++o) out[o] = 0.0;
         for (size_t corner = 0; corner < (size_t(1) << n); ++corner) {
             double w = 1.0;
-            size_t index = 0;
+            size_t index = base;
             for (size_t d = 0; d < n; ++d) {
                 const bool up = (corner >> (n - 1 - d)) & 1;
                 w *= up ? frac[d] : 1.0 - frac[d];
-                index += (cell[d] + ((up && grid[d] > 1) ? 1 : 0)) * stride[d];
+                if (up && grid[d] > 1) index += stride[d];
             }
             if (w == 0.0) continue;
             for (int o = 0; o < outputs; ++o) out[o] += w * values[index + size_t(o)];
+        }
+    }
+
+private:
+    // The simplex of the cell at `base` that holds the point: from the
+    // cell's first corner, one axis at a time in order of falling fraction.
+    void Simplex(size_t base, const size_t* stride, const double* frac, size_t n, double* out) const {
+        std::array<size_t, 3> order = {0, 1, 2};
+        std::stable_sort(order.begin(), order.begin() + ptrdiff_t(n),
+                         [frac](size_t a, size_t b) { return frac[a] > frac[b]; });
+        for (int o = 0; o < outputs; ++o) out[o] = values[base + size_t(o)];
+        size_t from = base;
+        for (size_t k = 0; k < n; ++k) {
+            const size_t d = order[k];
+            const size_t to = from + (grid[grid.size() - n + d] > 1 ? stride[d] : 0);
+            for (int o = 0; o < outputs; ++o)
+                out[o] += frac[d] * (values[to + size_t(o)] - values[from + size_t(o)]);
+            from = to;
         }
     }
 };
@@ -422,9 +461,54 @@ Pipeline ReadPipeline(const std::vector<uint8_t>& profile, const Entry& e, bool 
 }
 
 constexpr size_t kTableEntries = 4096;
+
+// Grid points per dimension below which a CLUT is rebuilt finer: the
+// library's own grids for three and four inputs.
+int FineGrid(int inputs) { return inputs == 1 ? 255 : inputs == 3 ? 33 : 17; }
+
+bool CoarseClut(const Pipeline& p) {
+    for (const Stage& s : p.stages)
+        if (s.kind == Stage::Kind::kClut)
+            for (int g : s.clut.grid)
+                if (g < FineGrid(p.inputs)) return true;
+    return false;
+}
 // Largest CLUT the rebuilt table may have (values), well within what the
 // library allocates without trouble.
 constexpr size_t kMaxClutValues = size_t(1) << 22;
+
+// Points per dimension of the grid the library builds over a lookup-table
+// source: 32 for three inputs, 16 otherwise.
+int SourceGrid(int inputs) { return inputs == 3 ? 32 : 16; }
+
+// A piecewise-linear map of [0, 1] onto itself that takes node j of a
+// `from`-point grid to node round(j × (to − 1) / (from − 1)) of a `to`-point
+// grid (to > from, so the targets rise strictly).
+struct Warp {
+    std::vector<double> x, u;
+
+    static double Map(const std::vector<double>& a, const std::vector<double>& b, double v) {
+        v = std::clamp(v, 0.0, 1.0);
+        size_t i = 0;
+        while (i + 2 < a.size() && v > a[i + 1]) ++i;
+        return b[i] + (v - a[i]) * (b[i + 1] - b[i]) / (a[i + 1] - a[i]);
+    }
+    double Forward(double v) const { return Map(x, u, v); }
+    double Backward(double v) const { return Map(u, x, v); }
+};
+
+Warp MakeWarp(int from, int to) {
+    Warp w;
+    for (int j = 0; j < from; ++j) {
+        w.x.push_back(double(j) / double(from - 1));
+        w.u.push_back(std::round(double(j) * double(to - 1) / double(from - 1)) / double(to - 1));
+    }
+    if (from < 2) {
+        w.x = {0.0, 1.0};
+        w.u = {0.0, 1.0};
+    }
+    return w;
+}
 
 // The 'mft2' the library reads as `p` means; `pcsInput` for B2A and gamut
 // tables, `labPcs` when the PCS side is Lab.
@@ -438,19 +522,28 @@ Lut Rebuild(const Pipeline& p, bool pcsInput, bool labPcs) {
     if (last > first && s.back().kind == Stage::Kind::kCurves) post = &s[--last];
 
     int grid = 0;
-    bool onlyClut = true;
+    const Clut* clut = nullptr;
     for (size_t i = first; i < last; ++i) {
-        if (s[i].kind == Stage::Kind::kClut) {
-            for (int g : s[i].clut.grid) grid = std::max(grid, g);
-        } else {
-            onlyClut = false;
-        }
+        if (s[i].kind != Stage::Kind::kClut) continue;
+        clut = &s[i].clut;
+        for (int g : clut->grid) grid = std::max(grid, g);
     }
-    // Between the curve sets the pipeline is sampled: at the CLUT's own nodes
-    // when it is all there is, else on a grid as fine as the library's own.
-    const int fine = p.inputs == 1 ? 255 : p.inputs == 3 ? 33 : 17;
-    if (first == last) grid = 2;
-    else if (!onlyClut) grid = std::max(grid, fine);
+    // Between the curve sets the pipeline is sampled on a grid at least as
+    // fine as the library's own; a CLUT that fine already keeps its nodes.
+    const int fine = FineGrid(p.inputs);
+    std::vector<Warp> warps;
+    if (first == last) {
+        grid = 2;
+    } else if (!pcsInput && clut && (p.inputs == 3 || p.inputs == 4) && grid < SourceGrid(p.inputs)) {
+        // A coarse device-side table: the library samples it at its own grid
+        // nodes, which fall between the table's nodes and so cut across
+        // whatever bends there. The input tables move each node of the table
+        // onto a node of the library's grid instead.
+        grid = SourceGrid(p.inputs);
+        for (int g : clut->grid) warps.push_back(MakeWarp(g, grid));
+    } else {
+        grid = std::max(grid, fine);
+    }
     grid = std::clamp(grid, 2, 255);
     size_t nodes = 1;
     for (int i = 0; i < p.inputs; ++i) nodes *= size_t(grid);
@@ -466,6 +559,7 @@ Lut Rebuild(const Pipeline& p, bool pcsInput, bool labPcs) {
             double v = double(i) / double(kTableEntries - 1);
             if (pcsInput && labPcs) v = LabCode(p.coding, c, LabValue(LabCoding::kLibrary, c, v));
             if (pre) v = pre->curves[size_t(c)].Eval(v);
+            if (!warps.empty()) v = warps[size_t(c)].Forward(v);
             t[i] = uint16_t(std::lround(std::clamp(v, 0.0, 1.0) * 65535.0));
         }
         lut.inputTables.push_back(std::move(t));
@@ -477,6 +571,7 @@ Lut Rebuild(const Pipeline& p, bool pcsInput, bool labPcs) {
         size_t rest = n;
         for (int d = p.inputs - 1; d >= 0; --d) {
             v[size_t(d)] = double(rest % size_t(grid)) / double(grid - 1);
+            if (!warps.empty()) v[size_t(d)] = warps[size_t(d)].Backward(v[size_t(d)]);
             rest /= size_t(grid);
         }
         for (size_t i = first; i < last; ++i) s[i].Eval(v);
@@ -738,10 +833,13 @@ Prepared Prepare(const std::vector<uint8_t>& profile) {
                 const bool xyzInput = pcsInput ? p.pcs == Sig4("XYZ ") : p.colorSpace == Sig4("XYZ ");
                 const Pipeline pipe = ReadPipeline(profile, e, xyzInput);
                 const bool v4 = type == Sig4("mAB ") || type == Sig4("mBA ");
-                if (v4 || labPcs || pipe.matrixOutOfOrder) {
+                const bool coarse = CoarseClut(pipe);
+                if (v4 || labPcs || pipe.matrixOutOfOrder || coarse) {
                     element = Mft2Element(Rebuild(pipe, pcsInput, labPcs));
-                    result.changes.push_back(name + " " + Text(type) + " rebuilt as 'mft2'" +
-                                             (labPcs && !v4 ? " in the library's Lab encoding" : ""));
+                    std::string why = labPcs && !v4 ? " in the library's Lab encoding" : "";
+                    if (coarse) why += why.empty() ? " on a finer grid" : ", on a finer grid";
+                    if (pipe.matrixOutOfOrder) why += ", matrix first";
+                    result.changes.push_back(name + " " + Text(type) + " rebuilt as 'mft2'" + why);
                     rewritten = true;
                 }
             }

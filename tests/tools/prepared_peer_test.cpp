@@ -1,0 +1,312 @@
+// Every installed profile, prepared for the library as tintra prepares it,
+// converts like LittleCMS reading the original file: relative colorimetric,
+// method 1, mean Delta E*ab <= 1 on a 17^3 sRGB lattice through it as
+// destination and back from it as source, paired with sRGB; grey profiles also to a CMYK printer. Profiles the library cannot
+// use must be refused with a reason naming what is missing.
+#include <gtest/gtest.h>
+#include <lcms2.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "api/exports.h"
+#include "support/test_support.h"
+#include "tools/iccwriter/icc_prepare.h"
+#include "tools/iccwriter/icc_writer.h"
+
+namespace {
+
+using tintra3::icc::LibraryProblem;
+using tintra3::icc::Role;
+using tintra3::icc::Sig4;
+
+constexpr int kRelative = 1;
+constexpr double kMeanBound = 1.0;
+
+std::vector<uint8_t> ReadFile(const std::string& path) {
+    std::vector<uint8_t> bytes;
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) return bytes;
+    uint8_t chunk[65536];
+    size_t n;
+    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.insert(bytes.end(), chunk, chunk + n);
+    std::fclose(f);
+    return bytes;
+}
+
+uint32_t HeaderField(const std::vector<uint8_t>& b, size_t at) {
+    return (uint32_t(b[at]) << 24) | (uint32_t(b[at + 1]) << 16) | (uint32_t(b[at + 2]) << 8) | b[at + 3];
+}
+
+int ChannelsOf(uint32_t space) {
+    if (space == Sig4("GRAY")) return 1;
+    if (space == Sig4("CMYK")) return 4;
+    return 3;
+}
+
+// A profile as both engines get it: the original for the peer, the prepared
+// file for the library.
+struct Side {
+    std::string name;
+    std::vector<uint8_t> original;
+    std::string libraryPath;
+    int channels = 3;
+};
+
+Side MakeSide(const std::string& name, const std::vector<uint8_t>& original) {
+    Side s;
+    s.name = name;
+    s.original = original;
+    std::string stem = name;
+    std::replace(stem.begin(), stem.end(), '/', '_');
+    s.libraryPath = tintra3::test::WriteTempFile("prepared_" + stem, tintra3::icc::Prepare(original).bytes);
+    s.channels = ChannelsOf(HeaderField(original, 16));
+    return s;
+}
+
+// The sRGB profile of the tool's builtin:srgb (v2 matrix/TRC, 1024-entry curve).
+std::vector<uint8_t> SrgbBytes() {
+    std::vector<uint16_t> curve(1024);
+    for (size_t i = 0; i < curve.size(); ++i) {
+        const double v = double(i) / 1023.0;
+        curve[i] = uint16_t(std::lround((v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4)) * 65535.0));
+    }
+    return tintra3::icc::MatrixTrcProfile({}, curve).Bytes();
+}
+
+std::vector<uint16_t> Lattice(int channels) {
+    const int points = channels == 1 ? 256 : 17;
+    size_t count = 1;
+    for (int c = 0; c < channels; ++c) count *= size_t(points);
+    std::vector<uint16_t> v;
+    for (size_t i = 0; i < count; ++i) {
+        size_t rest = i;
+        for (int c = 0; c < channels; ++c) {
+            v.push_back(uint16_t((rest % size_t(points)) * 65535 / size_t(points - 1)));
+            rest /= size_t(points);
+        }
+    }
+    return v;
+}
+
+cmsUInt32Number Format(cmsHPROFILE h) { return cmsFormatterForColorspaceOfProfile(h, 2, FALSE); }
+
+std::vector<uint16_t> PeerConvert(const Side& src, const Side& dst, const std::vector<uint16_t>& in, size_t pixels) {
+    cmsHPROFILE s = cmsOpenProfileFromMem(src.original.data(), cmsUInt32Number(src.original.size()));
+    cmsHPROFILE d = cmsOpenProfileFromMem(dst.original.data(), cmsUInt32Number(dst.original.size()));
+    std::vector<uint16_t> out;
+    cmsHTRANSFORM t = s && d ? cmsCreateTransform(s, Format(s), d, Format(d), INTENT_RELATIVE_COLORIMETRIC, 0) : nullptr;
+    if (t) {
+        out.resize(pixels * size_t(dst.channels));
+        cmsDoTransform(t, in.data(), out.data(), cmsUInt32Number(pixels));
+        cmsDeleteTransform(t);
+    }
+    if (s) cmsCloseProfile(s);
+    if (d) cmsCloseProfile(d);
+    return out;
+}
+
+std::vector<uint16_t> LibraryConvert(const Side& src, const Side& dst, const std::vector<uint16_t>& in,
+                                     size_t pixels, uint32_t* status) {
+    ImageParams image{uint32_t(pixels), 1, uint32_t(in.size() * 2), uint32_t(pixels * 4 * 2), 16, 16,
+                      TINTRA_INTERLEAVED, 0};
+    char names[512] = {};
+    std::strncpy(names, src.libraryPath.c_str(), 255);
+    std::strncpy(names + 256, dst.libraryPath.c_str(), 255);
+    CColorMatcher* handle = nullptr;
+    *status = QemToolboxInit(&image, names, 1, kRelative, &handle);
+    std::vector<uint16_t> out(pixels * 4);
+    if (*status == 0) {
+        std::vector<uint16_t> input = in;
+        PixelRun s{input.data(), 1}, d{out.data(), 1};
+        *status = QemToolboxProc(&s, &d, handle);
+    }
+    QemToolboxPostProc(handle);
+    out.resize(pixels * size_t(dst.channels));
+    return out;
+}
+
+// Device values of `dst` to CIELAB through the peer's model of it.
+std::vector<double> ToLab(const Side& dst, const std::vector<uint16_t>& device, size_t pixels) {
+    cmsHPROFILE d = cmsOpenProfileFromMem(dst.original.data(), cmsUInt32Number(dst.original.size()));
+    cmsHPROFILE lab = cmsCreateLab4Profile(nullptr);
+    std::vector<double> out(pixels * 3);
+    cmsHTRANSFORM t = cmsCreateTransform(d, Format(d), lab, TYPE_Lab_DBL, INTENT_RELATIVE_COLORIMETRIC, 0);
+    if (t) {
+        cmsDoTransform(t, device.data(), out.data(), cmsUInt32Number(pixels));
+        cmsDeleteTransform(t);
+    } else {
+        out.clear();
+    }
+    cmsCloseProfile(lab);
+    cmsCloseProfile(d);
+    return out;
+}
+
+struct Figure {
+    double mean = -1;  // -1: not measured
+    double max = 0;
+    std::string worst;  // the input values of the largest difference
+    std::string failure;
+};
+
+// Converts `in` (device values of `src`) into `dst` with both engines and
+// compares the two results as colours of `dst`.
+Figure Measure(const Side& src, const Side& dst, const std::vector<uint16_t>& in) {
+    const size_t pixels = in.size() / size_t(src.channels);
+    Figure f;
+    uint32_t status = 0;
+    const std::vector<uint16_t> ours = LibraryConvert(src, dst, in, pixels, &status);
+    if (status != 0) {
+        f.failure = "library status " + std::to_string(status);
+        return f;
+    }
+    const std::vector<uint16_t> peer = PeerConvert(src, dst, in, pixels);
+    if (peer.empty()) {
+        f.failure = "the peer builds no transform";
+        return f;
+    }
+    const std::vector<double> labOurs = ToLab(dst, ours, pixels), labPeer = ToLab(dst, peer, pixels);
+    if (labOurs.empty()) {
+        f.failure = "the peer cannot read the destination's colours";
+        return f;
+    }
+    double sum = 0;
+    for (size_t p = 0; p < pixels; ++p) {
+        double d2 = 0;
+        for (size_t c = 0; c < 3; ++c) d2 += std::pow(labOurs[3 * p + c] - labPeer[3 * p + c], 2);
+        sum += std::sqrt(d2);
+        if (std::sqrt(d2) <= f.max) continue;
+        f.max = std::sqrt(d2);
+        f.worst.clear();
+        for (int c = 0; c < src.channels; ++c) f.worst += std::to_string(in[p * size_t(src.channels) + size_t(c)]) + " ";
+    }
+    f.mean = sum / double(pixels);
+    return f;
+}
+
+std::vector<std::string> InstalledProfiles() {
+    namespace fs = std::filesystem;
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (fs::recursive_directory_iterator it(TINTRA3_ICC_DIR, ec), end; !ec && it != end; it.increment(ec)) {
+        std::string ext = it->path().extension().string();
+        std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+        if (it->is_regular_file() && (ext == ".icc" || ext == ".icm"))
+            names.push_back(fs::relative(it->path(), TINTRA3_ICC_DIR).string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Classes the library has no use for, and the word the refusal must carry.
+const struct {
+    const char* deviceClass;
+    const char* reason;
+} kRefusedClasses[] = {
+    {"nmcl", "named-colour"},  // a list of named colours (colord's Crayons, x11-colors)
+    {"abst", "abstract"},      // PCS to PCS (CineLogCurve)
+    {"link", "device link"},   // two devices joined; none installed, kept for completeness
+};
+
+TEST(PreparedPeer, EveryInstalledProfileConvertsLikeThePeerOrIsRefusedWithAReason) {
+    const Side srgb = MakeSide("srgb", SrgbBytes());
+    const std::vector<std::string> names = InstalledProfiles();
+    ASSERT_GE(names.size(), 40u) << "profile packages missing under " << TINTRA3_ICC_DIR;
+    int accepted = 0, refused = 0;
+    double worst = 0;
+    for (const std::string& name : names) {
+        SCOPED_TRACE(name);
+        const std::vector<uint8_t> bytes = ReadFile(std::string(TINTRA3_ICC_DIR) + "/" + name);
+        ASSERT_GE(bytes.size(), 132u);
+        const std::string deviceClass(bytes.begin() + 12, bytes.begin() + 16);
+        const Side p = MakeSide(name, bytes);
+        std::vector<uint8_t> prepared = ReadFile(p.libraryPath);
+        const std::string asSource = LibraryProblem(prepared, Role::kSource, kRelative);
+        const std::string asDestination = LibraryProblem(prepared, Role::kDestination, kRelative);
+
+        bool refusedClass = false;
+        for (const auto& r : kRefusedClasses) {
+            if (deviceClass != r.deviceClass) continue;
+            refusedClass = true;
+            EXPECT_NE(asSource.find(r.reason), std::string::npos) << asSource;
+            EXPECT_NE(asDestination.find(r.reason), std::string::npos) << asDestination;
+        }
+        if (refusedClass) {
+            ++refused;
+            std::printf("%-40s refused: %s\n", name.c_str(), asSource.c_str());
+            continue;
+        }
+        // Everything else the packages install must be usable one way at least.
+        EXPECT_TRUE(asSource.empty() || asDestination.empty()) << asSource << " / " << asDestination;
+        ++accepted;
+        std::string line;
+        const std::vector<uint16_t> srgbLattice = Lattice(3);
+        if (asDestination.empty()) {
+            const Figure f = Measure(srgb, p, srgbLattice);
+            EXPECT_EQ(f.failure, "");
+            EXPECT_LE(f.mean, kMeanBound) << "sRGB -> profile, max " << f.max << " at " << f.worst;
+            worst = std::max(worst, f.mean);
+            line += "  srgb->it mean " + std::to_string(f.mean).substr(0, 5) + " max " + std::to_string(f.max).substr(0, 5);
+        }
+        if (asSource.empty()) {
+            // Three channels: the lattice itself. Otherwise the sRGB lattice as
+            // the printer would print it: the colours its own tables produce
+            // (a printer profile's table is modelled for those; a 9^4 lattice
+            // mostly probes overinked corners no separation reaches).
+            const std::vector<uint16_t> in =
+                p.channels == 3 ? srgbLattice : PeerConvert(srgb, p, srgbLattice, srgbLattice.size() / 3);
+            const Figure f = Measure(p, srgb, in);
+            EXPECT_EQ(f.failure, "");
+            EXPECT_LE(f.mean, kMeanBound) << "profile -> sRGB, max " << f.max << " at " << f.worst;
+            worst = std::max(worst, f.mean);
+            line += "  it->srgb mean " + std::to_string(f.mean).substr(0, 5) + " max " + std::to_string(f.max).substr(0, 5);
+        }
+        std::printf("%-40s%s\n", name.c_str(), line.c_str());
+    }
+    std::printf("accepted %d, refused %d, worst mean dE %.3f\n", accepted, refused, worst);
+}
+
+// Grey in both directions and into a printer, for the tool's own grey and
+// every installed grey profile (four of which have an XYZ connection space).
+TEST(PreparedPeer, GreyProfilesConvertLikeThePeer) {
+    const Side srgb = MakeSide("srgb", SrgbBytes());
+    const Side cmyk = MakeSide("ghostscript/default_cmyk.icc",
+                               ReadFile(tintra3::test::RealProfile("ghostscript/default_cmyk.icc")));
+    std::vector<Side> greys = {MakeSide("builtin-gray22", tintra3::icc::GrayLightnessProfile(2.2).Bytes())};
+    for (const std::string& name : InstalledProfiles()) {
+        const std::vector<uint8_t> bytes = ReadFile(std::string(TINTRA3_ICC_DIR) + "/" + name);
+        if (bytes.size() >= 20 && HeaderField(bytes, 16) == Sig4("GRAY")) greys.push_back(MakeSide(name, bytes));
+    }
+    ASSERT_GE(greys.size(), 6u);
+    for (const Side& g : greys) {
+        SCOPED_TRACE(g.name);
+        const struct {
+            const Side* src;
+            const Side* dst;
+            const char* what;
+        } pairs[] = {
+            {&g, &srgb, "grey->srgb"},  // the grey level as lightness
+            {&srgb, &g, "srgb->grey"},  // and back: the inverted curve
+            {&g, &cmyk, "grey->cmyk"},  // into a Lab printer table
+        };
+        std::string line;
+        for (const auto& pair : pairs) {
+            const Figure f = Measure(*pair.src, *pair.dst, Lattice(pair.src->channels));
+            EXPECT_EQ(f.failure, "") << pair.what;
+            EXPECT_LE(f.mean, kMeanBound) << pair.what << " max " << f.max << " at " << f.worst;
+            char text[80];
+            std::snprintf(text, sizeof text, "  %s %.3f/%.2f", pair.what, f.mean, f.max);
+            line += text;
+        }
+        std::printf("%-34s%s\n", g.name.c_str(), line.c_str());
+    }
+}
+
+}  // namespace
