@@ -309,4 +309,113 @@ TEST(PreparedPeer, GreyProfilesConvertLikeThePeer) {
     }
 }
 
+// Version-4 lookup tables as LittleCMS writes them ('mAB ' and 'mBA ' with
+// parametric curves on the device side, a CLUT between): prepared as 'mft2',
+// the library must convert as the peer does from the original.
+struct V4Cargo {
+    cmsHTRANSFORM transform;
+    bool squareIn;   // the device side of the CLUT is the square of the device value
+    bool squareOut;
+};
+
+int SampleThroughSquare(const cmsUInt16Number in[], cmsUInt16Number out[], void* cargo) {
+    const V4Cargo* c = static_cast<const V4Cargo*>(cargo);
+    cmsUInt16Number device[3];
+    for (int i = 0; i < 3; ++i)
+        device[i] = c->squareIn ? cmsUInt16Number(std::lround(std::sqrt(in[i] / 65535.0) * 65535.0)) : in[i];
+    cmsDoTransform(c->transform, c->squareIn ? device : in, out, 1);
+    if (c->squareOut)
+        for (int i = 0; i < 3; ++i) out[i] = cmsUInt16Number(std::lround(std::pow(out[i] / 65535.0, 2.0) * 65535.0));
+    return TRUE;
+}
+
+// A v4 RGB display profile of sRGB: A2B0 = [x^2 curves, CLUT, identity
+// curves], B2A0 = [identity curves, CLUT, x^0.5 curves].
+std::vector<uint8_t> LittleCmsV4Profile(bool labPcs, int grid) {
+    cmsHPROFILE srgb = cmsCreate_sRGBProfile();
+    cmsHPROFILE pcs = labPcs ? cmsCreateLab4Profile(nullptr) : cmsCreateXYZProfile();
+    const cmsUInt32Number pcsFormat = labPcs ? TYPE_Lab_16 : TYPE_XYZ_16;
+    cmsHTRANSFORM toPcs = cmsCreateTransform(srgb, TYPE_RGB_16, pcs, pcsFormat, INTENT_RELATIVE_COLORIMETRIC,
+                                             cmsFLAGS_NOOPTIMIZE);
+    cmsHTRANSFORM fromPcs = cmsCreateTransform(pcs, pcsFormat, srgb, TYPE_RGB_16, INTENT_RELATIVE_COLORIMETRIC,
+                                               cmsFLAGS_NOOPTIMIZE);
+    cmsToneCurve* square = cmsBuildGamma(nullptr, 2.0);
+    cmsToneCurve* root = cmsBuildGamma(nullptr, 0.5);
+    cmsToneCurve* identity = cmsBuildGamma(nullptr, 1.0);
+    cmsToneCurve* squares[3] = {square, square, square};
+    cmsToneCurve* roots[3] = {root, root, root};
+    cmsToneCurve* identities[3] = {identity, identity, identity};
+
+    cmsHPROFILE out = cmsCreateProfilePlaceholder(nullptr);
+    cmsSetProfileVersion(out, 4.3);
+    cmsSetDeviceClass(out, cmsSigDisplayClass);
+    cmsSetColorSpace(out, cmsSigRgbData);
+    cmsSetPCS(out, labPcs ? cmsSigLabData : cmsSigXYZData);
+    cmsWriteTag(out, cmsSigMediaWhitePointTag, cmsD50_XYZ());
+
+    V4Cargo forward{toPcs, true, false}, inverse{fromPcs, false, true};
+    cmsPipeline* a2b = cmsPipelineAlloc(nullptr, 3, 3);
+    cmsStage* a2bClut = cmsStageAllocCLut16bit(nullptr, cmsUInt32Number(grid), 3, 3, nullptr);
+    cmsStageSampleCLut16bit(a2bClut, SampleThroughSquare, &forward, 0);
+    cmsPipelineInsertStage(a2b, cmsAT_END, cmsStageAllocToneCurves(nullptr, 3, squares));
+    cmsPipelineInsertStage(a2b, cmsAT_END, a2bClut);
+    cmsPipelineInsertStage(a2b, cmsAT_END, cmsStageAllocToneCurves(nullptr, 3, identities));
+    cmsPipeline* b2a = cmsPipelineAlloc(nullptr, 3, 3);
+    cmsStage* b2aClut = cmsStageAllocCLut16bit(nullptr, cmsUInt32Number(grid), 3, 3, nullptr);
+    cmsStageSampleCLut16bit(b2aClut, SampleThroughSquare, &inverse, 0);
+    cmsPipelineInsertStage(b2a, cmsAT_END, cmsStageAllocToneCurves(nullptr, 3, identities));
+    cmsPipelineInsertStage(b2a, cmsAT_END, b2aClut);
+    cmsPipelineInsertStage(b2a, cmsAT_END, cmsStageAllocToneCurves(nullptr, 3, roots));
+    cmsWriteTag(out, cmsSigAToB0Tag, a2b);
+    cmsWriteTag(out, cmsSigBToA0Tag, b2a);
+
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(out, nullptr, &size);
+    std::vector<uint8_t> bytes(size);
+    cmsSaveProfileToMem(out, bytes.data(), &size);
+
+    cmsPipelineFree(a2b);
+    cmsPipelineFree(b2a);
+    cmsFreeToneCurve(square);
+    cmsFreeToneCurve(root);
+    cmsFreeToneCurve(identity);
+    cmsDeleteTransform(toPcs);
+    cmsDeleteTransform(fromPcs);
+    cmsCloseProfile(out);
+    cmsCloseProfile(pcs);
+    cmsCloseProfile(srgb);
+    return bytes;
+}
+
+TEST(PreparedPeer, VersionFourTablesConvertLikeThePeer) {
+    const Side srgb = MakeSide("srgb", SrgbBytes());
+    const struct {
+        const char* name;
+        bool labPcs;
+        int grid;
+    } cases[] = {
+        {"v4-lab-17", true, 17},  // Lab PCS: v4 encoding re-coded for the library on both sides
+        {"v4-xyz-17", false, 17}, // XYZ PCS: the same scale in every encoding
+        {"v4-lab-33", true, 33},  // a fine table: its nodes kept as they are
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::vector<uint8_t> original = LittleCmsV4Profile(c.labPcs, c.grid);
+        ASSERT_GT(original.size(), 132u);
+        const std::string rawProblem = LibraryProblem(original, Role::kSource, kRelative);
+        EXPECT_NE(rawProblem.find("'mAB '"), std::string::npos) << rawProblem;
+        const Side p = MakeSide(c.name, original);
+        const std::vector<uint8_t> prepared = ReadFile(p.libraryPath);
+        EXPECT_EQ(LibraryProblem(prepared, Role::kSource, kRelative), "");
+        EXPECT_EQ(LibraryProblem(prepared, Role::kDestination, kRelative), "");
+        const std::vector<uint16_t> lattice = Lattice(3);
+        const Figure in = Measure(srgb, p, lattice), out = Measure(p, srgb, lattice);
+        EXPECT_EQ(in.failure, "");
+        EXPECT_EQ(out.failure, "");
+        EXPECT_LE(in.mean, kMeanBound) << "max " << in.max << " at " << in.worst;
+        EXPECT_LE(out.mean, kMeanBound) << "max " << out.max << " at " << out.worst;
+        std::printf("%-12s srgb->it %.3f/%.2f  it->srgb %.3f/%.2f\n", c.name, in.mean, in.max, out.mean, out.max);
+    }
+}
+
 }  // namespace
