@@ -101,7 +101,12 @@ std::vector<uint16_t> PeerConvert(const Side& src, const Side& dst, const std::v
     cmsHPROFILE s = cmsOpenProfileFromMem(src.original.data(), cmsUInt32Number(src.original.size()));
     cmsHPROFILE d = cmsOpenProfileFromMem(dst.original.data(), cmsUInt32Number(dst.original.size()));
     std::vector<uint16_t> out;
-    cmsHTRANSFORM t = s && d ? cmsCreateTransform(s, Format(s), d, Format(d), INTENT_RELATIVE_COLORIMETRIC, 0) : nullptr;
+    // The peer's exact evaluation of the profiles: its usual precalculated
+    // device link differs from that itself by up to 1.8 mean on a 5-point
+    // CMYK table (ghostscript's ps_cmyk), more than the library does.
+    cmsHTRANSFORM t =
+        s && d ? cmsCreateTransform(s, Format(s), d, Format(d), INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOOPTIMIZE)
+               : nullptr;
     if (t) {
         out.resize(pixels * size_t(dst.channels));
         cmsDoTransform(t, in.data(), out.data(), cmsUInt32Number(pixels));
