@@ -389,16 +389,24 @@ std::string UsabilityReport(const Profile& p) {
         for (const std::string& change : p.preparation) out += "    prepared: " + change + "\n";
     }
     out += "  usable\n";
-    for (int intent = 0; intent <= 3; ++intent) {
-        for (icc::Role role : {icc::Role::kSource, icc::Role::kDestination}) {
+    for (icc::Role role : {icc::Role::kSource, icc::Role::kDestination}) {
+        std::string line = role == icc::Role::kSource ? "    as source:      " : "    as destination: ";
+        std::string failures, usable;
+        std::vector<std::string> seen;
+        for (int intent = 0; intent <= 3; ++intent) {
             const std::string problem = icc::LibraryProblem(p.LibraryBytes(), role, intent);
-            out += "    ";
-            out += role == icc::Role::kSource ? "source      " : "destination ";
-            out += icc::IntentName(intent);
-            out += ": ";
-            out += problem.empty() ? "yes" : "no, " + problem;
-            out += "\n";
+            if (problem.empty()) {
+                usable += usable.empty() ? "yes at " : ", ";
+                usable += icc::IntentName(intent);
+                continue;
+            }
+            if (std::find(seen.begin(), seen.end(), problem) != seen.end()) continue;
+            seen.push_back(problem);
+            failures += failures.empty() ? "no: " : "; ";
+            failures += problem;
         }
+        if (!failures.empty() && !usable.empty()) failures = usable + "; " + failures;
+        out += line + (failures.empty() ? "yes, at every intent" : failures) + "\n";
     }
     return out;
 }
