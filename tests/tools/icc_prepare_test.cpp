@@ -111,31 +111,6 @@ TEST(Prepare, ParametricCurvesAreSampledByTheirFormula) {
     }
 }
 
-// A grey profile with an XYZ connection space becomes a Lab one whose curve
-// is the lightness of the original luminance; the library then gives what
-// the profile means, where as it is it gives the grey level as XYZ.
-TEST(Prepare, XyzGreyBecomesLightness) {
-    const struct {
-        double gamma, x, lightness;
-    } cases[] = {
-        {1.0, 0.5, 76.0693},   // Y 0.5
-        {2.2, 0.5, 53.7880},   // Y 0.2176 (gamma stored as 563/256)
-        {2.2, 0.02, 0.1657},   // Y 1.8e-4: the linear segment of L*
-        {2.2, 1.0, 100.0},     // white
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "gamma " << c.gamma << " x " << c.x);
-        const Prepared p = Prepare(GrayProfile(c.gamma, Sig4("XYZ ")).Bytes());
-        EXPECT_EQ(U32(p.bytes, 20), Sig4("Lab "));
-        EXPECT_NEAR(CurvEntry(p.bytes, "kTRC", c.x) * 100.0, c.lightness, 0.01);
-    }
-    // The tool's own grey is made that way from the start.
-    const std::vector<uint8_t> builtin = GrayLightnessProfile(2.2).Bytes();
-    EXPECT_EQ(U32(builtin, 20), Sig4("Lab "));
-    EXPECT_NEAR(CurvEntry(builtin, "kTRC", 0.5) * 100.0, 53.7758, 0.01);  // gamma exactly 2.2
-    EXPECT_TRUE(Prepare(builtin).changes.empty());
-}
-
 Lut ConstantLut(uint8_t in, uint8_t out) {
     Lut lut = IdentityLut(in, 2, 2);
     lut.outputChannels = out;
@@ -222,30 +197,6 @@ TEST(Prepare, RefusalsNameTheCause) {
         EXPECT_NE(QemToolboxInit(&image, names, 1, 1, &handle), 0u);
         QemToolboxPostProc(handle);
     }
-}
-
-// Lab tables in the ICC encodings are re-coded into the one the library
-// decodes: white stays white and neutral stays neutral.
-TEST(Prepare, LabTablesAreRecodedForTheLibrary) {
-    // An 'mft2' Lab identity in the version-2 encoding: L 100 at 0xFF00.
-    Lut lut = IdentityLut(3, 2, 2);
-    lut.outputTables.assign(3, {0, 65535});
-    lut.clut = {0, 0, 0, 0, 0, 65535, 0, 65535, 0, 0, 65535, 65535,
-                65280, 0, 0, 65280, 0, 65535, 65280, 65535, 0, 65280, 65535, 65535};
-    ProfileWriter w = LutProfile(Sig4("spac"), Sig4("Lab "), Sig4("Lab "), &lut, &lut, true);
-    w.header.creator = Sig4("none");
-    const Prepared p = Prepare(w.Bytes());
-    const TagView a2b = FindTag(p.bytes, "A2B0");
-    ASSERT_TRUE(a2b.found);
-    // The output table of L: 0xFF00 (L 100 in the table's encoding) must
-    // come out as 65535 (L 100 for the library).
-    const size_t inEntries = (p.bytes[a2b.offset + 48] << 8) | p.bytes[a2b.offset + 49];
-    const size_t outEntries = (p.bytes[a2b.offset + 50] << 8) | p.bytes[a2b.offset + 51];
-    const size_t grid = p.bytes[a2b.offset + 10];
-    size_t nodes = grid * grid * grid;
-    const size_t outTables = a2b.offset + 52 + 2 * (3 * inEntries + 3 * nodes);
-    const size_t at = outTables + 2 * size_t(std::lround(65280.0 / 65535.0 * double(outEntries - 1)));
-    EXPECT_NEAR((p.bytes[at] << 8) | p.bytes[at + 1], 65535, 20);
 }
 
 }  // namespace
