@@ -199,4 +199,46 @@ TEST(Prepare, RefusalsNameTheCause) {
     }
 }
 
+// Embedded profiles come from any image: cut or damaged ones must give an
+// exception or a reason, never a read outside the bytes (run under ASan).
+TEST(Prepare, DamagedProfilesAreRefusedCleanly) {
+    const char* const profiles[] = {
+        "ghostscript/lab.icc",           // 'mft1' Lab tables
+        "colord/Crayons.icc",            // 'mBA ' with curves, matrix and CLUT offsets
+        "colord/sRGB.icc",               // 'para' curves shared between tags
+    };
+    for (const char* name : profiles) {
+        SCOPED_TRACE(name);
+        const std::string text = [&] {
+            std::FILE* f = std::fopen(tintra3::test::RealProfile(name).c_str(), "rb");
+            std::string all;
+            char chunk[4096];
+            size_t n;
+            while (f && (n = std::fread(chunk, 1, sizeof chunk, f)) > 0) all.append(chunk, n);
+            if (f) std::fclose(f);
+            return all;
+        }();
+        ASSERT_GT(text.size(), 132u);
+        const std::vector<uint8_t> original(text.begin(), text.end());
+        uint32_t seed = 12345;
+        for (size_t cut = 0; cut < original.size(); cut += 1 + original.size() / 23) {
+            std::vector<uint8_t> damaged = original;
+            for (int flips = 0; flips < 8; ++flips) {
+                seed = seed * 1103515245u + 12345u;
+                damaged[(seed >> 8) % damaged.size()] ^= uint8_t(seed >> 24);
+            }
+            // The file cut short, and the whole file with bytes flipped.
+            const std::vector<uint8_t> cutShort(original.begin(), original.begin() + ptrdiff_t(std::max<size_t>(cut, 1)));
+            for (const std::vector<uint8_t>& bytes : std::vector<std::vector<uint8_t>>{cutShort, damaged}) {
+                try {
+                    (void)Prepare(bytes);
+                } catch (const std::runtime_error&) {
+                }
+                (void)LibraryProblem(bytes, Role::kSource, 1);
+                (void)LibraryMisreading(bytes);
+            }
+        }
+    }
+}
+
 }  // namespace

@@ -207,15 +207,14 @@ struct Clut {
     // these schemes by far more than any encoding detail, so rebuilding it
     // finely by this scheme is what keeps the library close to its peers.
     void Eval(const double* in, double* out) const {
-        const size_t n = grid.size();
-        std::vector<size_t> stride(n);
+        const size_t n = grid.size();  // at most 8 (checked when read)
+        std::array<size_t, 8> stride{}, cell{};
+        std::array<double, 8> frac{};
         size_t s = size_t(outputs);
         for (size_t d = n; d-- > 0;) {
             stride[d] = s;
             s *= size_t(grid[d]);
         }
-        std::vector<size_t> cell(n);
-        std::vector<double> frac(n);
         size_t base = 0;
         for (size_t d = 0; d < n; ++d) {
             const double pos = std::clamp(in[d], 0.0, 1.0) * (grid[d] - 1);
@@ -228,8 +227,7 @@ struct Clut {
             return;
         }
         if (n == 4) {
-            std::vector<double> low(static_cast<size_t>(outputs));
-            std::vector<double> high(static_cast<size_t>(outputs));
+            std::array<double, 16> low{}, high{};
             Simplex(base, stride.data() + 1, frac.data() + 1, 3, low.data());
             const size_t step = grid[0] > 1 ? stride[0] : 0;
             Simplex(base + step, stride.data() + 1, frac.data() + 1, 3, high.data());
@@ -290,10 +288,11 @@ struct Stage {
                 break;
             }
             case Kind::kClut: {
-                std::vector<double> out(size_t(clut.outputs));
+                if (v.size() < clut.grid.size()) throw std::runtime_error("channel counts do not chain");
+                std::array<double, 16> out{};
                 clut.Eval(v.data(), out.data());
-                for (double& x : out) x = std::clamp(x, 0.0, 1.0);
-                v = std::move(out);
+                v.assign(out.begin(), out.begin() + clut.outputs);
+                for (double& x : v) x = std::clamp(x, 0.0, 1.0);
                 break;
             }
         }
@@ -327,6 +326,20 @@ struct Pipeline {
     LabCoding coding = LabCoding::kLegacy;
     bool matrixOutOfOrder = false;  // an 'mft' matrix the library would apply after the input tables
 };
+
+// Largest CLUT read (values): far beyond any real profile (a 33-point
+// four-ink table holds 3.6 million), small enough that the doubles fit in
+// memory, and no product of up to eight grid sizes can overflow before it.
+constexpr size_t kMaxClutRead = size_t(1) << 26;
+
+size_t ClutNodes(const std::vector<int>& grid, int outputs) {
+    size_t nodes = 1;
+    for (int g : grid) {
+        nodes *= size_t(g);
+        if (nodes * size_t(outputs) > kMaxClutRead) throw std::runtime_error("CLUT too large");
+    }
+    return nodes;
+}
 
 Stage CurvesStage(std::vector<Curve> curves) {
     Stage s{Stage::Kind::kCurves, std::move(curves), {}, {}};
@@ -378,8 +391,7 @@ Pipeline ReadMft(const Bytes& r, size_t at, bool xyzInput) {
     Stage clut{Stage::Kind::kClut, {}, {}, {}};
     clut.clut.grid.assign(size_t(p.inputs), grid);
     clut.clut.outputs = p.outputs;
-    size_t nodes = 1;
-    for (int i = 0; i < p.inputs; ++i) nodes *= size_t(grid);
+    const size_t nodes = ClutNodes(std::vector<int>(size_t(p.inputs), grid), p.outputs);
     r.Need(pos, nodes * size_t(p.outputs) * (wide ? 2 : 1));
     clut.clut.values.resize(nodes * size_t(p.outputs));
     for (double& v : clut.clut.values) v = value();
@@ -391,13 +403,12 @@ Pipeline ReadMft(const Bytes& r, size_t at, bool xyzInput) {
 Clut ReadClut(const Bytes& r, size_t at, int inputs, int outputs) {
     Clut c;
     c.outputs = outputs;
-    size_t nodes = 1;
     for (int i = 0; i < inputs; ++i) {
         const int g = r.U8(at + size_t(i));
         if (g < 1) throw std::runtime_error("CLUT with 0 grid points");
         c.grid.push_back(g);
-        nodes *= size_t(g);
     }
+    const size_t nodes = ClutNodes(c.grid, outputs);
     const int precision = r.U8(at + 16);
     if (precision != 1 && precision != 2) throw std::runtime_error("CLUT precision " + std::to_string(precision));
     r.Need(at + 20, nodes * size_t(outputs) * size_t(precision));
