@@ -774,6 +774,12 @@ Prepared Prepare(const std::vector<uint8_t>& profile) {
     const Parsed p = Parse(profile);
     const Bytes r{profile};
     Prepared result;
+    // Nothing to translate in profiles without a device side of their own:
+    // the check refuses them as they are.
+    if (p.deviceClass == Sig4("nmcl") || p.deviceClass == Sig4("abst") || p.deviceClass == Sig4("link")) {
+        result.bytes = profile;
+        return result;
+    }
     ProfileWriter w;
     Header& h = w.header;
     h.cmmType = p.cmm;
