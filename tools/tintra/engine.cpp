@@ -100,6 +100,7 @@ void InitChecked(Matcher& m, const ImageParams& image, const Profile& src, const
     const uint32_t status = m.Init(image, src, dst, s);
     if (status != 0) throw InitFailure(status, image, src, dst, s);
     if (!problems.empty()) throw Failure(problems);
+    NoteMisreadings(src, dst);
 }
 
 void CheckChannels(int imageChannels, const Profile& src, const Profile& dst, const std::string& inName) {

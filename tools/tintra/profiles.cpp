@@ -15,6 +15,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <set>
 
 #include "tools/iccwriter/icc_prepare.h"
 #include "tools/iccwriter/icc_writer.h"
@@ -374,6 +375,17 @@ std::string ProfileProblems(const Profile& src, const Profile& dst, int32_t inte
     const std::string dstProblem = icc::LibraryProblem(dst.LibraryBytes(), icc::Role::kDestination, int(intent));
     if (!dstProblem.empty()) return "destination profile " + dst.label + ": " + dstProblem;
     return "";
+}
+
+void NoteMisreadings(const Profile& src, const Profile& dst) {
+    if (!g_asIs) return;
+    static std::set<std::string> noted;  // once per profile and run (eval sets up twice)
+    for (const Profile* p : {&src, &dst}) {
+        const std::string remark = icc::LibraryMisreading(p->bytes);
+        if (!remark.empty() && noted.insert(p->label).second)
+            std::fprintf(stderr, "tintra: note: %s profile %s: %s\n", p == &src ? "source" : "destination",
+                         p->label.c_str(), remark.c_str());
+    }
 }
 
 std::string UsabilityReport(const Profile& p) {

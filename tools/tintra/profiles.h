@@ -48,6 +48,10 @@ Profile EmbeddedProfile(const std::vector<uint8_t>& bytes, const std::string& im
 // what it will read; empty when both look usable.
 std::string ProfileProblems(const Profile& src, const Profile& dst, int32_t intent);
 
+// With --as-is: a note on standard error for each profile the library will
+// read otherwise than it means (an XYZ grey, Lab tables it decodes off).
+void NoteMisreadings(const Profile& src, const Profile& dst);
+
 // Lines for `tintra info`: what preparation changed, and per intent whether
 // the profile serves as source and as destination, with the reason if not.
 std::string UsabilityReport(const Profile& p);
