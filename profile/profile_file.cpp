@@ -26,6 +26,30 @@ void FreeDirectory(TagDirectory* directory) {
 
 }  // namespace
 
+uint32_t ColourSpaceChannels(uint32_t space) {
+    switch (space) {
+        case Sig("GRAY"): return 1;
+        case Sig("XYZ "):
+        case Sig("Lab "):
+        case Sig("Luv "):
+        case Sig("YCbr"):
+        case Sig("Yxy "):
+        case Sig("RGB "):
+        case Sig("HSV "):
+        case Sig("HLS "):
+        case Sig("CMY "): return 3;
+        case Sig("CMYK"): return 4;
+        default: break;
+    }
+    // 2CLR .. 9CLR, ACLR .. FCLR: the first character is the count in hex.
+    if ((space & 0x00FFFFFFu) == (Sig("0CLR") & 0x00FFFFFFu)) {
+        const uint32_t digit = space >> 24;
+        if (digit >= '2' && digit <= '9') return digit - '0';
+        if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+    }
+    return 0;
+}
+
 double FromS15Fixed16(uint32_t raw) {
     return double(int32_t(raw)) * (1.0 / 65536.0);
 }

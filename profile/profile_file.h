@@ -58,6 +58,11 @@ struct ProfileFile {
     uint64_t fileSize;  // bytes in the file, for bounding counts read from it
 };
 
+// Channels of a device colour-space signature: GRAY 1; XYZ, Lab, Luv, YCbr,
+// Yxy, RGB, HSV, HLS, CMY 3; CMYK 4; 2CLR ... FCLR 2 ... 15. 0 for a
+// signature without a defined count (not checked against the tables).
+uint32_t ColourSpaceChannels(uint32_t space);
+
 double FromS15Fixed16(uint32_t raw);
 int32_t ToS15Fixed16(double x);
 

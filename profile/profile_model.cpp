@@ -62,13 +62,24 @@ uint32_t LutTagFor(int direction, uint16_t intent, uint32_t gamut) {
 }
 
 // Whether a lut's shape fits the model and the builders: at most four
-// channels a side (the model has room for four tables), a real grid, and
-// three PCS channels on the PCS side.
-bool LutShapeUsable(int direction, uint8_t in, uint8_t out, uint8_t grid) {
+// channels a side (the model has room for four tables), a real grid, three
+// PCS channels on the PCS side, and on the device side as many channels as
+// the header's colour space has (`device`, 0 = not checked). Callers size
+// their pixel buffers from the header: a table wider or narrower than it
+// would make the kernels read or write past those buffers.
+bool LutShapeUsable(int direction, uint8_t in, uint8_t out, uint8_t grid, uint32_t device) {
     if (in == 0 || out == 0 || in > 4 || out > 4 || grid < 2) return false;
     if (direction == kSource && out != 3) return false;
     if (direction == kDestination && in != 3) return false;
+    const uint8_t deviceSide = direction == kSource ? in : out;
+    if (device != 0 && deviceSide != device) return false;
     return true;
+}
+
+// The device channel count a table must have; the gamut table has one
+// output by definition, whatever the colour space.
+uint32_t ExpectedDeviceChannels(const ProfileFile* profile, uint32_t gamut) {
+    return gamut != 0 ? 0 : ColourSpaceChannels(profile->header.colorSpace);
 }
 
 // Splits `channels` consecutive tables of `entries` elements of `width`
@@ -92,6 +103,7 @@ void ConvertMatrix(const uint32_t* raw, double* matrix) {
 int BuildLutModel(ProfileFile* profile, ProfileModel* model, int direction, uint16_t intent, uint32_t gamut) {
     LutModel& lut = model->lut;
     lut.isGamut = gamut;
+    const uint32_t device = ExpectedDeviceChannels(profile, gamut);
     int32_t index = -1;
     uint32_t type = 0;
     if (!FindTag(profile, LutTagFor(direction, intent, gamut), &index, &type)) return Fail(model, kStatusUnusable);
@@ -102,7 +114,7 @@ int BuildLutModel(ProfileFile* profile, ProfileModel* model, int direction, uint
             ~Release() { ReleaseLut8Tag(t); }
         } release{&tag};
         if (!ReadLut8Tag(profile, index, &tag)) return Fail(model, kStatusUnusable);
-        if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints))
+        if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints, device))
             return Fail(model, kStatusUnusable);
         lut.inputChannels = tag.inputChannels;
         lut.outputChannels = tag.outputChannels;
@@ -122,7 +134,7 @@ int BuildLutModel(ProfileFile* profile, ProfileModel* model, int direction, uint
             ~Release() { ReleaseLut16Tag(t); }
         } release{&tag};
         if (!ReadLut16Tag(profile, index, &tag)) return Fail(model, kStatusUnusable);
-        if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints) ||
+        if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints, device) ||
             tag.inputEntries < 2 || tag.outputEntries < 2)
             return Fail(model, kStatusUnusable);
         lut.inputChannels = tag.inputChannels;
@@ -158,6 +170,10 @@ int BuildTrc(ProfileFile* profile, ProfileModel* model, uint32_t signature, int 
 }
 
 int BuildMatrixTrcModel(ProfileFile* profile, ProfileModel* model, int direction) {
+    // Three device channels, like a three-channel table: refused behind a
+    // header that promises another count.
+    const uint32_t device = ColourSpaceChannels(profile->header.colorSpace);
+    if (device != 0 && device != 3) return Fail(model, kStatusUnusable);
     const uint32_t trcTags[3] = {kTagRTRC, kTagGTRC, kTagBTRC};
     for (int c = 0; c < 3; ++c)
         if (!BuildTrc(profile, model, trcTags[c], direction, &model->trc[c])) return 0;
