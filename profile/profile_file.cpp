@@ -70,7 +70,19 @@ int OpenProfile(const char* path, ProfileFile* profile) {
     profile->tags.entries = nullptr;
     profile->tags.owned = 0;
     profile->fileSize = 0;
-    if (!OpenFileForRead(path, &profile->stream)) return 0;
+    std::FILE* stream = nullptr;
+    if (!OpenFileForRead(path, &stream)) return 0;
+    return OpenProfileStream(stream, profile);
+}
+
+int OpenProfileStream(std::FILE* stream, ProfileFile* profile) {
+    profile->valid = 0;
+    profile->stream = stream;
+    profile->tags.count = 0;
+    profile->tags.entries = nullptr;
+    profile->tags.owned = 0;
+    profile->fileSize = 0;
+    if (stream == nullptr) return 0;
     profile->fileSize = MeasureFile(profile->stream);
     if (!ReadProfileHeader(profile, &profile->header) || !ReadTagDirectory(profile, &profile->tags)) {
         // Nobody closes a record that never became valid, so close it here.

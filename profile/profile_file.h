@@ -68,6 +68,9 @@ int32_t ToS15Fixed16(double x);
 
 // 1 on success, 0 on failure. A failed open releases what it opened.
 int OpenProfile(const char* path, ProfileFile* profile);
+// The same over a stream already open (the profile takes it over, closing it
+// on failure too): lets profiles held in memory be read without a file.
+int OpenProfileStream(std::FILE* stream, ProfileFile* profile);
 void CloseProfile(ProfileFile* profile);
 int ReadProfileHeader(ProfileFile* profile, ProfileHeader* header);
 int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory);
