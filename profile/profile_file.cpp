@@ -1,8 +1,7 @@
 // Opening a profile: the 128-byte header, the tag directory and tag lookup.
 #include "profile/profile_file.h"
 
-#include <cstdlib>
-
+#include "profile/allocator.h"
 #include "profile/stream.h"
 
 namespace tintra3 {
@@ -19,7 +18,7 @@ uint64_t MeasureFile(std::FILE* stream) {
 }
 
 void FreeDirectory(TagDirectory* directory) {
-    if (directory->owned != 0 && directory->entries != nullptr) std::free(directory->entries);
+    if (directory->owned != 0 && directory->entries != nullptr) Deallocate(directory->entries);
     directory->entries = nullptr;
     directory->owned = 0;
 }
@@ -134,7 +133,7 @@ int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
     if (uint64_t(count) * 12 > left) return 0;
     directory->count = count;
     if (count != 0) {
-        directory->entries = static_cast<TagEntry*>(std::malloc(size_t(count) * sizeof(TagEntry)));
+        directory->entries = AllocateArray<TagEntry>(count);
         if (directory->entries == nullptr) {
             directory->count = 0;
             return 0;

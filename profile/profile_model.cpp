@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "profile/allocator.h"
 #include "profile/resample.h"
 #include "profile/tag_types.h"
 
@@ -27,10 +28,7 @@ int Fail(ProfileModel* model, uint16_t status) {
     return 0;
 }
 
-struct XyzHolder {
-    XyzArray array{};
-    ~XyzHolder() { ReleaseXyzArray(&array); }
-};
+using XyzHolder = Scoped<XyzArray, ReleaseXyzArray>;
 
 int ReadModelCommon(ProfileFile* profile, ProfileModel* model, uint16_t kind, int direction) {
     const ProfileHeader& h = profile->header;
@@ -43,10 +41,10 @@ int ReadModelCommon(ProfileFile* profile, ProfileModel* model, uint16_t kind, in
     uint32_t type = 0;
     if (FindTag(profile, kTagWtpt, &index, &type)) {
         XyzHolder wtpt;
-        if (type != kTypeXyz || !ReadXyzTag(profile, index, &wtpt.array)) return Fail(model, kStatusUnusable);
+        if (type != kTypeXyz || !ReadXyzTag(profile, index, wtpt.get())) return Fail(model, kStatusUnusable);
         // An empty array has no first triple: the media white stays the illuminant.
-        if (wtpt.array.count != 0)
-            for (int i = 0; i < 3; ++i) model->whitePoint[i] = FromS15Fixed16(wtpt.array.values[i]);
+        if (wtpt.value.count != 0)
+            for (int i = 0; i < 3; ++i) model->whitePoint[i] = FromS15Fixed16(wtpt.value.values[i]);
     }
     model->status = kStatusOk;
     return 1;
@@ -108,11 +106,8 @@ int BuildLutModel(ProfileFile* profile, ProfileModel* model, int direction, uint
     uint32_t type = 0;
     if (!FindTag(profile, LutTagFor(direction, intent, gamut), &index, &type)) return Fail(model, kStatusUnusable);
     if (type == kTypeMft1) {
-        Lut8Tag tag{};
-        struct Release {
-            Lut8Tag* t;
-            ~Release() { ReleaseLut8Tag(t); }
-        } release{&tag};
+        Scoped<Lut8Tag, ReleaseLut8Tag> held;
+        Lut8Tag& tag = held.value;
         if (!ReadLut8Tag(profile, index, &tag)) return Fail(model, kStatusUnusable);
         if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints, device))
             return Fail(model, kStatusUnusable);
@@ -128,11 +123,8 @@ int BuildLutModel(ProfileFile* profile, ProfileModel* model, int direction, uint
         return 1;
     }
     if (type == kTypeMft2) {
-        Lut16Tag tag{};
-        struct Release {
-            Lut16Tag* t;
-            ~Release() { ReleaseLut16Tag(t); }
-        } release{&tag};
+        Scoped<Lut16Tag, ReleaseLut16Tag> held;
+        Lut16Tag& tag = held.value;
         if (!ReadLut16Tag(profile, index, &tag)) return Fail(model, kStatusUnusable);
         if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints, device) ||
             tag.inputEntries < 2 || tag.outputEntries < 2)
@@ -157,15 +149,11 @@ int BuildTrc(ProfileFile* profile, ProfileModel* model, uint32_t signature, int 
     int32_t index = -1;
     uint32_t type = 0;
     if (!FindTag(profile, signature, &index, &type) || type != kTypeCurv) return Fail(model, kStatusUnusable);
-    CurveTag curve{};
-    struct Release {
-        CurveTag* c;
-        ~Release() { ReleaseCurveTag(c); }
-    } release{&curve};
-    if (!ReadCurveTag(profile, index, &curve)) return Fail(model, kStatusUnusable);
+    Scoped<CurveTag, ReleaseCurveTag> curve;
+    if (!ReadCurveTag(profile, index, curve.get())) return Fail(model, kStatusUnusable);
     ClearValueBuffer(out);
-    const int built = direction == kSource ? BuildForwardCurve(&curve, out, kCurveSize)
-                                           : BuildInverseCurve(&curve, out, kCurveSize, kCurveSize);
+    const int built = direction == kSource ? BuildForwardCurve(curve.get(), out, kCurveSize)
+                                           : BuildInverseCurve(curve.get(), out, kCurveSize, kCurveSize);
     return built ? 1 : Fail(model, kStatusNoTable);
 }
 
@@ -185,8 +173,8 @@ int BuildMatrixTrcModel(ProfileFile* profile, ProfileModel* model, int direction
         uint32_t type = 0;
         if (!FindTag(profile, xyzTags[c], &index, &type) || type != kTypeXyz) return Fail(model, kStatusUnusable);
         XyzHolder xyz;
-        if (!ReadXyzTag(profile, index, &xyz.array) || xyz.array.count == 0) return Fail(model, kStatusUnusable);
-        for (int r = 0; r < 3; ++r) model->matrix[r][c] = FromS15Fixed16(xyz.array.values[r]);
+        if (!ReadXyzTag(profile, index, xyz.get()) || xyz.value.count == 0) return Fail(model, kStatusUnusable);
+        for (int r = 0; r < 3; ++r) model->matrix[r][c] = FromS15Fixed16(xyz.value.values[r]);
     }
     if (direction == kSource) return 1;
 
@@ -312,11 +300,10 @@ int Table8(const LutModel* lut, const ValueBuffer* tables8, const ValueBuffer* t
 template <typename Resample>
 int FromTable16(const LutModel* lut, const ValueBuffer* tables8, const ValueBuffer* tables16, int channel,
                 ValueBuffer* out, Resample resample) {
-    ValueBuffer wide{};
-    int ok = Table16(lut, tables8, tables16, channel, &wide);
+    Scoped<ValueBuffer, FreeValueBuffer> wide;
+    int ok = Table16(lut, tables8, tables16, channel, wide.get());
     ClearValueBuffer(out);
-    if (ok) ok = resample(&wide, out);
-    FreeValueBuffer(&wide);
+    if (ok) ok = resample(wide.get(), out);
     return ok;
 }
 

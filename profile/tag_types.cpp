@@ -3,8 +3,8 @@
 #include "profile/tag_types.h"
 
 #include <cmath>
-#include <cstdlib>
 
+#include "profile/allocator.h"
 #include "profile/stream.h"
 
 namespace tintra3 {
@@ -96,7 +96,7 @@ int ReadXyzTag(ProfileFile* profile, int32_t index, XyzArray* array) {
     array->count = count;
     array->values = nullptr;
     if (count != 0) {
-        array->values = static_cast<uint32_t*>(std::malloc(size_t(count) * 3 * sizeof(uint32_t)));
+        array->values = AllocateArray<uint32_t>(size_t(count) * 3);
         if (array->values == nullptr) {
             array->count = 0;
             return 0;
@@ -148,7 +148,7 @@ int ReadLut16Tag(ProfileFile* profile, int32_t index, Lut16Tag* lut) {
 void ReleaseCurveTag(CurveTag* curve) { FreeValueBuffer(&curve->entries); }
 
 void ReleaseXyzArray(XyzArray* array) {
-    if (array->owned != 0 && array->values != nullptr) std::free(array->values);
+    if (array->owned != 0 && array->values != nullptr) Deallocate(array->values);
     array->values = nullptr;
     array->owned = 0;
 }

@@ -9,8 +9,7 @@
 // destination model, in double precision.
 #include "transform/method1.h"
 
-#include <cstdlib>
-
+#include "profile/allocator.h"
 #include "profile/profile_model.h"
 #include "transform/colour.h"
 
@@ -34,7 +33,7 @@ struct BuildScratch {
     ValueBuffer destinationClut = {};
     uint32_t destinationStrides[4] = {};
     // Matrix/TRC source: node positions 0 .. 1.
-    double* nodes = nullptr;
+    Owned<double> nodes;
 
     ~BuildScratch() {
         for (int c = 0; c < 4; ++c) {
@@ -43,7 +42,6 @@ struct BuildScratch {
         }
         FreeValueBuffer(&sourceClut);
         FreeValueBuffer(&destinationClut);
-        std::free(nodes);
     }
 };
 
@@ -219,12 +217,13 @@ bool Method1Builder::PrepareGrid() {
     if (!BuildGridIndexTables(&t_->status, &t_->gridIndex, &t_->gridFraction, t_->gridPoints)) return false;
     if (sourceKind_ == kKindMatrixTrc) {
         const uint32_t n = t_->gridPoints;
-        scratch_.nodes = static_cast<double*>(std::malloc(n * sizeof(double)));
-        if (scratch_.nodes == nullptr) return Fail(t_);
+        scratch_.nodes.reset(AllocateArray<double>(n));
+        double* nodes = scratch_.nodes.get();
+        if (nodes == nullptr) return Fail(t_);
         // Accumulated, as the tables have always been built: node[i] = node[i-1] + 1/(n-1).
         const double step = 1.0 / double(n - 1);
-        scratch_.nodes[0] = 0.0;
-        for (uint32_t i = 1; i < n; ++i) scratch_.nodes[i] = scratch_.nodes[i - 1] + step;
+        nodes[0] = 0.0;
+        for (uint32_t i = 1; i < n; ++i) nodes[i] = nodes[i - 1] + step;
     }
     return true;
 }
@@ -234,7 +233,8 @@ void Method1Builder::SourceToXyz(const uint32_t coord[4], double xyz[3]) const {
     // Node k of a grid of p points sits at the 16-bit level (k 65535 + p/2) / (p - 1).
     const uint32_t p = t_->gridPoints;
     if (sourceKind_ == kKindMatrixTrc) {
-        const double rgb[3] = {scratch_.nodes[coord[0]], scratch_.nodes[coord[1]], scratch_.nodes[coord[2]]};
+        const double* nodes = scratch_.nodes.get();
+        const double rgb[3] = {nodes[coord[0]], nodes[coord[1]], nodes[coord[2]]};
         const double(&m)[3][3] = src_->matrix;
         for (int r = 0; r < 3; ++r) xyz[r] = m[r][0] * rgb[0] + m[r][1] * rgb[1] + m[r][2] * rgb[2];
         return;
@@ -368,7 +368,7 @@ void FreePrimaryTables(Method1Transform* t) {
 
 Method1Transform* CreateMethod1Transform() {
     // All buffers empty and unowned, both alternative switches off, not ready.
-    return static_cast<Method1Transform*>(std::calloc(1, sizeof(Method1Transform)));
+    return static_cast<Method1Transform*>(AllocateZeroed(1, sizeof(Method1Transform)));
 }
 
 void DestroyMethod1Transform(Method1Transform* transform) {
@@ -379,7 +379,7 @@ void DestroyMethod1Transform(Method1Transform* transform) {
     FreeGroup(transform->altInputTable4096);
     FreeGroup(transform->altOutputTable8);
     FreeGroup(transform->altOutputTable16);
-    std::free(transform);
+    Deallocate(transform);
 }
 
 int BuildMethod1Transform(Method1Transform* transform, uint16_t intent, ProfileFile* source,
@@ -390,8 +390,10 @@ int BuildMethod1Transform(Method1Transform* transform, uint16_t intent, ProfileF
     t->sourceSpace = source->header.colorSpace;
     t->destinationSpace = destination->header.colorSpace;
 
-    ProfileModel sourceModel = {};
-    ProfileModel destinationModel = {};
+    Scoped<ProfileModel, ReleaseProfileModel> heldSource;
+    Scoped<ProfileModel, ReleaseProfileModel> heldDestination;
+    ProfileModel& sourceModel = heldSource.value;
+    ProfileModel& destinationModel = heldDestination.value;
     int result = 0;
     if (BuildSourceModel(intent, source, &sourceModel) &&
         BuildDestinationModel(intent, destination, gamut, &destinationModel)) {
@@ -401,8 +403,6 @@ int BuildMethod1Transform(Method1Transform* transform, uint16_t intent, ProfileF
         t->status = 0;
         result = Method1Builder(t, &sourceModel, &destinationModel).Run() ? 1 : 0;
     }
-    ReleaseProfileModel(&sourceModel);
-    ReleaseProfileModel(&destinationModel);
     t->ready = result ? 1 : 0;
     return result;
 }
