@@ -2,6 +2,7 @@
 #include "profile/profile_file.h"
 
 #include "profile/allocator.h"
+#include "profile/limits.h"
 #include "profile/stream.h"
 
 namespace tintra3 {
@@ -129,8 +130,7 @@ int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
     // fail on reading anyway; fail before allocating for it.
     const long here = profile->stream != nullptr ? std::ftell(profile->stream) : -1;
     if (here < 0) return 0;
-    const uint64_t left = profile->fileSize > uint64_t(here) ? profile->fileSize - uint64_t(here) : 0;
-    if (uint64_t(count) * 12 > left) return 0;
+    if (!limits::FitsInFile(profile, uint64_t(here), uint64_t(count) * 12)) return 0;
     directory->count = count;
     if (count != 0) {
         directory->entries = AllocateArray<TagEntry>(count);

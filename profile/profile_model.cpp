@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "profile/allocator.h"
+#include "profile/limits.h"
 #include "profile/resample.h"
 #include "profile/tag_types.h"
 
@@ -66,7 +67,7 @@ uint32_t LutTagFor(int direction, uint16_t intent, uint32_t gamut) {
 // their pixel buffers from the header: a table wider or narrower than it
 // would make the kernels read or write past those buffers.
 bool LutShapeUsable(int direction, uint8_t in, uint8_t out, uint8_t grid, uint32_t device) {
-    if (in == 0 || out == 0 || in > 4 || out > 4 || grid < 2) return false;
+    if (in == 0 || out == 0 || in > limits::kMaxLutChannels || out > limits::kMaxLutChannels || grid < 2) return false;
     if (direction == kSource && out != 3) return false;
     if (direction == kDestination && in != 3) return false;
     const uint8_t deviceSide = direction == kSource ? in : out;
