@@ -18,22 +18,6 @@ std::string ScratchDir() {
     return tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
 }
 
-icc::Lut LinearLut(uint8_t inputs, uint8_t outputs, uint8_t grid, uint16_t entries) {
-    icc::Lut lut;
-    lut.inputChannels = inputs;
-    lut.outputChannels = outputs;
-    lut.gridPoints = grid;
-    std::vector<uint16_t> ramp(entries);
-    for (uint32_t i = 0; i < entries; ++i) ramp[i] = uint16_t(i * 65535u / (entries - 1u));
-    lut.inputTables.assign(inputs, ramp);
-    lut.outputTables.assign(outputs, ramp);
-    size_t nodes = 1;
-    for (uint8_t c = 0; c < inputs; ++c) nodes *= grid;
-    lut.clut.resize(nodes * outputs);
-    for (size_t i = 0; i < lut.clut.size(); ++i) lut.clut[i] = uint16_t(i * 7919u);
-    return lut;
-}
-
 }  // namespace
 
 std::string ScratchPath(const std::string& name) {
@@ -58,11 +42,11 @@ const std::vector<std::string>& ReferenceProfiles() {
         };
         write(icc::MatrixTrcGammaProfile({}, 2.2), "ref-rgb.icc");
         write(icc::GrayProfile(1.8, icc::Sig4("Lab ")), "ref-gray.icc");
-        const icc::Lut a2b = LinearLut(4, 3, 3, 16);
-        const icc::Lut b2a = LinearLut(3, 4, 5, 16);
+        const icc::Lut a2b = icc::ShapedLut(4, 3, 3, 16);
+        const icc::Lut b2a = icc::ShapedLut(3, 4, 5, 16);
         write(icc::LutProfile(icc::Sig4("prtr"), icc::Sig4("CMYK"), icc::Sig4("Lab "), &a2b, &b2a, true),
               "ref-cmyk.icc");
-        const icc::Lut rgbIn = LinearLut(3, 3, 4, 256);
+        const icc::Lut rgbIn = icc::ShapedLut(3, 3, 4, 256);
         write(icc::LutProfile(icc::Sig4("scnr"), icc::Sig4("RGB "), icc::Sig4("XYZ "), &rgbIn, &rgbIn, false),
               "ref-scanner.icc");
         return out;

@@ -23,22 +23,6 @@ void Write(const fs::path& path, const std::vector<uint8_t>& bytes) {
     std::fclose(f);
 }
 
-icc::Lut Shaped(uint8_t inputs, uint8_t outputs, uint8_t grid, uint16_t entries) {
-    icc::Lut lut;
-    lut.inputChannels = inputs;
-    lut.outputChannels = outputs;
-    lut.gridPoints = grid;
-    std::vector<uint16_t> ramp(entries);
-    for (uint32_t i = 0; i < entries; ++i) ramp[i] = uint16_t(i * 65535u / (entries - 1u));
-    lut.inputTables.assign(inputs, ramp);
-    lut.outputTables.assign(outputs, ramp);
-    size_t nodes = 1;
-    for (uint8_t c = 0; c < inputs; ++c) nodes *= grid;
-    lut.clut.resize(nodes * outputs);
-    for (size_t i = 0; i < lut.clut.size(); ++i) lut.clut[i] = uint16_t(i * 4099u);
-    return lut;
-}
-
 void Profiles(const fs::path& dir) {
     fs::create_directories(dir);
     Write(dir / "crafted-matrix-trc-gamma.icc", icc::MatrixTrcGammaProfile({}, 2.2).Bytes());
@@ -47,16 +31,16 @@ void Profiles(const fs::path& dir) {
     Write(dir / "crafted-matrix-trc-identity.icc", icc::MatrixTrcProfile({}, {}).Bytes());
     Write(dir / "crafted-gray-lab.icc", icc::GrayProfile(1.8, Sig4("Lab ")).Bytes());
     Write(dir / "crafted-gray-xyz.icc", icc::GrayProfile(2.2, Sig4("XYZ ")).Bytes());
-    const icc::Lut cmykIn = Shaped(4, 3, 3, 8);
-    const icc::Lut cmykOut = Shaped(3, 4, 3, 8);
+    const icc::Lut cmykIn = icc::ShapedLut(4, 3, 3, 8);
+    const icc::Lut cmykOut = icc::ShapedLut(3, 4, 3, 8);
     Write(dir / "crafted-cmyk-mft2.icc",
           icc::LutProfile(Sig4("prtr"), Sig4("CMYK"), Sig4("Lab "), &cmykIn, &cmykOut, true).Bytes());
-    const icc::Lut rgb8 = Shaped(3, 3, 3, 256);
+    const icc::Lut rgb8 = icc::ShapedLut(3, 3, 3, 256);
     Write(dir / "crafted-rgb-mft1-xyz.icc",
           icc::LutProfile(Sig4("scnr"), Sig4("RGB "), Sig4("XYZ "), &rgb8, &rgb8, false).Bytes());
     // A printer in gamut mode: one output channel behind a CMYK header.
     icc::ProfileWriter gamut = icc::LutProfile(Sig4("prtr"), Sig4("CMYK"), Sig4("Lab "), &cmykIn, &cmykOut, true);
-    gamut.AddTag(Sig4("gamt"), icc::Mft2Element(Shaped(3, 1, 2, 2)));
+    gamut.AddTag(Sig4("gamt"), icc::Mft2Element(icc::ShapedLut(3, 1, 2, 2)));
     Write(dir / "crafted-cmyk-gamt.icc", gamut.Bytes());
     // Damaged on purpose: a directory count the file cannot hold, a curve
     // count past the end, a truncated table.

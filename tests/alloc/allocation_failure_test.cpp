@@ -18,22 +18,6 @@ namespace {
 using icc::Sig4;
 using test::TempPath;
 
-icc::Lut Shaped(uint8_t inputs, uint8_t outputs, uint8_t grid, uint16_t entries) {
-    icc::Lut lut;
-    lut.inputChannels = inputs;
-    lut.outputChannels = outputs;
-    lut.gridPoints = grid;
-    std::vector<uint16_t> ramp(entries);
-    for (uint32_t i = 0; i < entries; ++i) ramp[i] = uint16_t(i * 65535u / (entries - 1u));
-    lut.inputTables.assign(inputs, ramp);
-    lut.outputTables.assign(outputs, ramp);
-    size_t nodes = 1;
-    for (uint8_t c = 0; c < inputs; ++c) nodes *= grid;
-    lut.clut.resize(nodes * outputs);
-    for (size_t i = 0; i < lut.clut.size(); ++i) lut.clut[i] = uint16_t(i * 4099u);
-    return lut;
-}
-
 std::string Write(const icc::ProfileWriter& w, const std::string& name) {
     const std::string path = TempPath(name);
     EXPECT_TRUE(w.WriteFile(path));
@@ -53,13 +37,13 @@ const Profiles& Crafted() {
         Profiles out;
         out.rgb = Write(icc::MatrixTrcProfile({}, {0, 3000, 20000, 65535}), "alloc-rgb.icc");
         out.gray = Write(icc::GrayProfile(2.2, Sig4("Lab ")), "alloc-gray.icc");
-        const icc::Lut a2b = Shaped(4, 3, 3, 16);
-        const icc::Lut b2a = Shaped(3, 4, 3, 16);
+        const icc::Lut a2b = icc::ShapedLut(4, 3, 3, 16);
+        const icc::Lut b2a = icc::ShapedLut(3, 4, 3, 16);
         out.cmyk16 = Write(icc::LutProfile(Sig4("prtr"), Sig4("CMYK"), Sig4("Lab "), &a2b, &b2a, true), "alloc-cmyk.icc");
-        const icc::Lut rgb8 = Shaped(3, 3, 3, 256);
+        const icc::Lut rgb8 = icc::ShapedLut(3, 3, 3, 256);
         out.rgb8 = Write(icc::LutProfile(Sig4("scnr"), Sig4("RGB "), Sig4("XYZ "), &rgb8, &rgb8, false), "alloc-rgb8.icc");
         icc::ProfileWriter gamut = icc::LutProfile(Sig4("prtr"), Sig4("CMYK"), Sig4("Lab "), &a2b, &b2a, true);
-        gamut.AddTag(Sig4("gamt"), icc::Mft2Element(Shaped(3, 1, 2, 2)));
+        gamut.AddTag(Sig4("gamt"), icc::Mft2Element(icc::ShapedLut(3, 1, 2, 2)));
         out.gamut = Write(gamut, "alloc-gamut.icc");
         return out;
     }();
