@@ -33,12 +33,12 @@ std::string WriteScratch(const std::string& name, const uint8_t* data, size_t si
     return path;
 }
 
-const std::vector<std::string>& ReferenceProfiles() {
-    static const std::vector<std::string> paths = [] {
-        std::vector<std::string> out;
+const std::vector<Reference>& ReferenceProfiles() {
+    static const std::vector<Reference> paths = [] {
+        std::vector<Reference> out;
         auto write = [&out](const icc::ProfileWriter& w, const char* name) {
             const std::vector<uint8_t> bytes = w.Bytes();
-            out.push_back(WriteScratch(name, bytes.data(), bytes.size()));
+            out.push_back({WriteScratch(name, bytes.data(), bytes.size()), CallerChannels(bytes.data(), bytes.size())});
         };
         write(icc::MatrixTrcGammaProfile({}, 2.2), "ref-rgb.icc");
         write(icc::GrayProfile(1.8, icc::Sig4("Lab ")), "ref-gray.icc");

@@ -58,19 +58,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 1) return 0;
     Reader r{data, size};
     const uint8_t choice = r.Byte();
-    const std::vector<std::string>& refs = ReferenceProfiles();
+    const std::vector<Reference>& refs = ReferenceProfiles();
     // Pairs: grey to grey (one channel, cheap), RGB to RGB (matrix/TRC),
     // RGB to a CMYK table, CMYK table to RGB.
     static const int kPairs[4][2] = {{1, 1}, {0, 0}, {0, 2}, {2, 0}};
-    static const uint32_t kChannels[3] = {3, 1, 4};
-    const int* pair = kPairs[choice & 3];
+    const Reference& source = refs[kPairs[choice & 3][0]];
+    const Reference& destination = refs[kPairs[choice & 3][1]];
     const uint16_t method = (choice >> 2) & 1;
-    const uint32_t inChannels = kChannels[pair[0] == 0 ? 0 : pair[0] == 1 ? 1 : 2];
-    const uint32_t outChannels = kChannels[pair[1] == 0 ? 0 : pair[1] == 1 ? 1 : 2];
 
     char names[512] = {};
-    std::strncpy(names, refs[pair[0]].c_str(), 255);
-    std::strncpy(names + 256, refs[pair[1]].c_str(), 255);
+    std::strncpy(names, source.path.c_str(), 255);
+    std::strncpy(names + 256, destination.path.c_str(), 255);
     const ImageParams image{7, 1, 7 * 4 * 2, 7 * 4 * 2, 8, 8, 0, 0};
     CColorMatcher* handle = nullptr;
     if (QemToolboxInit(&image, names, method, (choice >> 3) & 3, &handle) != 0) {
@@ -111,7 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 QemToolboxMerge1DLUT(&spec, side, handle);
         }
     }
-    ConvertEveryDepth(handle, image, inChannels, outChannels);
+    ConvertEveryDepth(handle, image, source.channels, destination.channels);
     QemToolboxPostProc(handle);
     return 0;
 }

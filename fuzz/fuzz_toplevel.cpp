@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
     static const std::string display = [] {
         const std::string path = folder + "/display.icc";
-        std::FILE* in = std::fopen(ReferenceProfiles()[0].c_str(), "rb");
+        std::FILE* in = std::fopen(ReferenceProfiles()[0].path.c_str(), "rb");
         std::FILE* out = std::fopen(path.c_str(), "wb");
         int c;
         while (in != nullptr && out != nullptr && (c = std::fgetc(in)) != EOF) std::fputc(c, out);

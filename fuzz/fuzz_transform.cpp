@@ -51,26 +51,19 @@ void ConvertEveryBlock(MatchingSelector* selector, uint32_t inChannels, uint32_t
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const uint8_t options = data[size - 1];
-    const std::vector<std::string>& references = ReferenceProfiles();
-    const std::string& other = references[options & 3];
+    const Reference& other = ReferenceProfiles()[options & 3];
     const bool fuzzedIsSource = (options & 4) != 0;
     const uint16_t method = (options >> 3) & 1;
     const uint16_t intent = (options >> 4) & 3;
     const uint32_t gamut = (options >> 6) & 1;
     const std::string fuzzed = WriteScratch("transform.icc", data, size);
 
-    std::vector<uint8_t> otherBytes;
-    if (std::FILE* f = std::fopen(other.c_str(), "rb")) {
-        uint8_t header[20];
-        if (std::fread(header, 1, sizeof header, f) == sizeof header) otherBytes.assign(header, header + 20);
-        std::fclose(f);
-    }
     const uint32_t fuzzedChannels = CallerChannels(data, size);
-    const uint32_t otherChannels = CallerChannels(otherBytes.data(), otherBytes.size());
+    const uint32_t otherChannels = other.channels;
 
     MatchingSelector selector{intent, method, nullptr, gamut};
-    const std::string& source = fuzzedIsSource ? fuzzed : other;
-    const std::string& destination = fuzzedIsSource ? other : fuzzed;
+    const std::string& source = fuzzedIsSource ? fuzzed : other.path;
+    const std::string& destination = fuzzedIsSource ? other.path : fuzzed;
     const uint32_t status = Initialize(&selector, source.c_str(), destination.c_str());
     // The gamut table's output count is not held against the header: room
     // for the most any kernel writes.
