@@ -37,8 +37,8 @@ void ConvertEveryBlock(MatchingSelector* selector, uint32_t inChannels, uint32_t
                 CMatching2(selector, &s, &d, kWidth, uint32_t(inBytes), uint32_t(outBytes), bitsIn, bitsOut, layout);
             }
             // In place: the buffer must hold the larger of the two sides.
-            const size_t inPlaceBytes = size_t(kWidth) * kLines * (inChannels > outChannels ? inChannels : outChannels) *
-                                        (bitsIn == 8 ? 1 : 2);
+            const uint32_t wider = inChannels > outChannels ? inChannels : outChannels;
+            const size_t inPlaceBytes = size_t(kWidth) * kLines * wider * (bitsIn == 8 ? 1 : 2);
             std::vector<uint8_t> both = Pattern(inPlaceBytes, seed);
             PixelRun p{both.data(), kLines};
             CMatching1(selector, &p, kWidth, uint32_t(inBytes), bitsIn, bitsIn == 8 ? 8 : 16, layout);

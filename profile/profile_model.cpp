@@ -67,7 +67,8 @@ uint32_t LutTagFor(int direction, uint16_t intent, uint32_t gamut) {
 // their pixel buffers from the header: a table wider or narrower than it
 // would make the kernels read or write past those buffers.
 bool LutShapeUsable(int direction, uint8_t in, uint8_t out, uint8_t grid, uint32_t device) {
-    if (in == 0 || out == 0 || in > limits::kMaxLutChannels || out > limits::kMaxLutChannels || grid < 2) return false;
+    constexpr uint32_t kMax = limits::kMaxLutChannels;
+    if (in == 0 || out == 0 || in > kMax || out > kMax || grid < 2) return false;
     if (direction == kSource && out != 3) return false;
     if (direction == kDestination && in != 3) return false;
     const uint8_t deviceSide = direction == kSource ? in : out;

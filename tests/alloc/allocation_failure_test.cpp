@@ -39,9 +39,11 @@ const Profiles& Crafted() {
         out.gray = Write(icc::GrayProfile(2.2, Sig4("Lab ")), "alloc-gray.icc");
         const icc::Lut a2b = icc::ShapedLut(4, 3, 3, 16);
         const icc::Lut b2a = icc::ShapedLut(3, 4, 3, 16);
-        out.cmyk16 = Write(icc::LutProfile(Sig4("prtr"), Sig4("CMYK"), Sig4("Lab "), &a2b, &b2a, true), "alloc-cmyk.icc");
+        const icc::ProfileWriter cmyk = icc::LutProfile(Sig4("prtr"), Sig4("CMYK"), Sig4("Lab "), &a2b, &b2a, true);
+        out.cmyk16 = Write(cmyk, "alloc-cmyk.icc");
         const icc::Lut rgb8 = icc::ShapedLut(3, 3, 3, 256);
-        out.rgb8 = Write(icc::LutProfile(Sig4("scnr"), Sig4("RGB "), Sig4("XYZ "), &rgb8, &rgb8, false), "alloc-rgb8.icc");
+        const icc::ProfileWriter scanner = icc::LutProfile(Sig4("scnr"), Sig4("RGB "), Sig4("XYZ "), &rgb8, &rgb8, false);
+        out.rgb8 = Write(scanner, "alloc-rgb8.icc");
         icc::ProfileWriter gamut = icc::LutProfile(Sig4("prtr"), Sig4("CMYK"), Sig4("Lab "), &a2b, &b2a, true);
         gamut.AddTag(Sig4("gamt"), icc::Mft2Element(icc::ShapedLut(3, 1, 2, 2)));
         out.gamut = Write(gamut, "alloc-gamut.icc");
@@ -131,7 +133,8 @@ TEST(AllocationFailure, EveryAllocationOfABuild) {
                 }
                 opens += status == 3000;
                 records += status == 1000;
-                EXPECT_TRUE(status == 0 || status == 1000 || status == 3000 || status == 5000) << "n " << n << ": " << status;
+                const bool described = status == 0 || status == 1000 || status == 3000 || status == 5000;
+                EXPECT_TRUE(described) << "n " << n << ": " << status;
                 if (status == 0)
                     ExpectConverts(&selector, v, n);
                 else
