@@ -2,6 +2,7 @@
 #include "profile/profile_file.h"
 
 #include "profile/allocator.h"
+#include "profile/fixed_point.h"
 #include "profile/limits.h"
 #include "profile/stream.h"
 
@@ -22,6 +23,54 @@ void FreeDirectory(TagDirectory* directory) {
     if (directory->owned != 0 && directory->entries != nullptr) Deallocate(directory->entries);
     directory->entries = nullptr;
     directory->owned = 0;
+}
+
+int ReadProfileHeader(ProfileFile* profile, ProfileHeader* header) {
+    // Fields in the order of their offsets; each read stops at the first
+    // short one.
+    if (!ReadU32BE(profile->stream, &header->size) || !ReadU32BE(profile->stream, &header->cmmType) ||
+        !ReadU32BE(profile->stream, &header->version) || !ReadU32BE(profile->stream, &header->deviceClass) ||
+        !ReadU32BE(profile->stream, &header->colorSpace) || !ReadU32BE(profile->stream, &header->pcs))
+        return 0;
+    for (uint16_t& field : header->dateTime)
+        if (!ReadU16BE(profile->stream, &field)) return 0;
+    if (!ReadU32BE(profile->stream, &header->magic) || !ReadU32BE(profile->stream, &header->platform) ||
+        !ReadU32BE(profile->stream, &header->flags) || !ReadU32BE(profile->stream, &header->manufacturer) ||
+        !ReadU32BE(profile->stream, &header->model) || !ReadU32BE(profile->stream, &header->attributes[0]) ||
+        !ReadU32BE(profile->stream, &header->attributes[1]) || !ReadU32BE(profile->stream, &header->renderingIntent))
+        return 0;
+    for (uint32_t& field : header->illuminant)
+        if (!ReadU32BE(profile->stream, &field)) return 0;
+    if (!ReadU32BE(profile->stream, &header->creator)) return 0;
+    return SkipBytes(profile->stream, 44);  // reserved bytes 84..127
+}
+
+int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
+    directory->count = 0;
+    directory->entries = nullptr;
+    directory->owned = 0;
+    uint32_t count = 0;
+    if (!ReadU32BE(profile->stream, &count)) return 0;
+    // A count the rest of the file cannot hold (12 bytes per entry) would
+    // fail on reading anyway; fail before allocating for it.
+    const long here = profile->stream != nullptr ? std::ftell(profile->stream) : -1;
+    if (here < 0) return 0;
+    if (!limits::FitsInFile(profile, uint64_t(here), uint64_t(count) * 12)) return 0;
+    directory->count = count;
+    if (count != 0) {
+        directory->entries = AllocateArray<TagEntry>(count);
+        if (directory->entries == nullptr) {
+            directory->count = 0;
+            return 0;
+        }
+    }
+    directory->owned = 1;  // also for an empty directory
+    for (uint32_t i = 0; i < count; ++i) {
+        TagEntry& e = directory->entries[i];
+        if (!ReadU32BE(profile->stream, &e.signature) || !ReadU32BE(profile->stream, &e.offset) || !ReadU32BE(profile->stream, &e.size))
+            return 0;
+    }
+    return 1;
 }
 
 }  // namespace
@@ -58,9 +107,7 @@ int32_t ToS15Fixed16(double x) {
     // x * 65536 + 0.5 truncated toward zero: rounds half up for positive x
     // only. Like the processor's truncating conversion, a NaN or a value
     // whose truncation does not fit in 32 bits gives 0x80000000.
-    const double v = x * 65536.0 + 0.5;
-    if (v > -2147483649.0 && v < 2147483648.0) return int32_t(v);
-    return INT32_MIN;
+    return TruncToInt(x * 65536.0 + 0.5);
 }
 
 int OpenProfile(const char* path, ProfileFile* profile) {
@@ -87,7 +134,7 @@ int OpenProfileStream(std::FILE* stream, ProfileFile* profile) {
     if (!ReadProfileHeader(profile, &profile->header) || !ReadTagDirectory(profile, &profile->tags)) {
         // Nobody closes a record that never became valid, so close it here.
         FreeDirectory(&profile->tags);
-        CloseFile(profile);
+        CloseFile(&profile->stream);
         return 0;
     }
     profile->valid = 1;
@@ -95,57 +142,9 @@ int OpenProfileStream(std::FILE* stream, ProfileFile* profile) {
 }
 
 void CloseProfile(ProfileFile* profile) {
-    CloseFile(profile);
+    CloseFile(&profile->stream);
     FreeDirectory(&profile->tags);
     profile->valid = 0;
-}
-
-int ReadProfileHeader(ProfileFile* profile, ProfileHeader* header) {
-    // Fields in the order of their offsets; each read stops at the first
-    // short one.
-    if (!ReadU32BE(profile, &header->size) || !ReadU32BE(profile, &header->cmmType) ||
-        !ReadU32BE(profile, &header->version) || !ReadU32BE(profile, &header->deviceClass) ||
-        !ReadU32BE(profile, &header->colorSpace) || !ReadU32BE(profile, &header->pcs))
-        return 0;
-    for (uint16_t& field : header->dateTime)
-        if (!ReadU16BE(profile, &field)) return 0;
-    if (!ReadU32BE(profile, &header->magic) || !ReadU32BE(profile, &header->platform) ||
-        !ReadU32BE(profile, &header->flags) || !ReadU32BE(profile, &header->manufacturer) ||
-        !ReadU32BE(profile, &header->model) || !ReadU32BE(profile, &header->attributes[0]) ||
-        !ReadU32BE(profile, &header->attributes[1]) || !ReadU32BE(profile, &header->renderingIntent))
-        return 0;
-    for (uint32_t& field : header->illuminant)
-        if (!ReadU32BE(profile, &field)) return 0;
-    if (!ReadU32BE(profile, &header->creator)) return 0;
-    return SkipBytes(profile, 44);  // reserved bytes 84..127
-}
-
-int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
-    directory->count = 0;
-    directory->entries = nullptr;
-    directory->owned = 0;
-    uint32_t count = 0;
-    if (!ReadU32BE(profile, &count)) return 0;
-    // A count the rest of the file cannot hold (12 bytes per entry) would
-    // fail on reading anyway; fail before allocating for it.
-    const long here = profile->stream != nullptr ? std::ftell(profile->stream) : -1;
-    if (here < 0) return 0;
-    if (!limits::FitsInFile(profile, uint64_t(here), uint64_t(count) * 12)) return 0;
-    directory->count = count;
-    if (count != 0) {
-        directory->entries = AllocateArray<TagEntry>(count);
-        if (directory->entries == nullptr) {
-            directory->count = 0;
-            return 0;
-        }
-    }
-    directory->owned = 1;  // also for an empty directory
-    for (uint32_t i = 0; i < count; ++i) {
-        TagEntry& e = directory->entries[i];
-        if (!ReadU32BE(profile, &e.signature) || !ReadU32BE(profile, &e.offset) || !ReadU32BE(profile, &e.size))
-            return 0;
-    }
-    return 1;
 }
 
 int FindTag(ProfileFile* profile, uint32_t signature, int32_t* index, uint32_t* type) {
@@ -153,17 +152,17 @@ int FindTag(ProfileFile* profile, uint32_t signature, int32_t* index, uint32_t* 
     for (uint32_t i = 0; i < dir.count && dir.entries != nullptr; ++i) {
         if (dir.entries[i].signature != signature) continue;
         *index = int32_t(i);
-        SeekAbsolute(profile, dir.entries[i].offset);
-        return ReadU32BE(profile, type);  // leaves the stream 4 bytes into the element
+        SeekAbsolute(profile->stream, dir.entries[i].offset);
+        return ReadU32BE(profile->stream, type);  // leaves the stream 4 bytes into the element
     }
     return 0;
 }
 
 int PeekTagType(ProfileFile* profile, int32_t index, uint32_t* type) {
     if (index < 0 || uint32_t(index) >= profile->tags.count || profile->tags.entries == nullptr) return 0;
-    SeekAbsolute(profile, profile->tags.entries[index].offset);
-    if (!ReadU32BE(profile, type)) return 0;
-    SkipBytes(profile, -4);  // back onto the element's first byte
+    SeekAbsolute(profile->stream, profile->tags.entries[index].offset);
+    if (!ReadU32BE(profile->stream, type)) return 0;
+    SkipBytes(profile->stream, -4);  // back onto the element's first byte
     return 1;
 }
 

@@ -51,7 +51,7 @@ struct TagDirectory {
 };
 
 struct ProfileFile {
-    std::FILE* stream;  // first field: the stream readers rely on it
+    std::FILE* stream;
     ProfileHeader header;
     TagDirectory tags;
     uint32_t valid;
@@ -72,8 +72,6 @@ int OpenProfile(const char* path, ProfileFile* profile);
 // on failure too): lets profiles held in memory be read without a file.
 int OpenProfileStream(std::FILE* stream, ProfileFile* profile);
 void CloseProfile(ProfileFile* profile);
-int ReadProfileHeader(ProfileFile* profile, ProfileHeader* header);
-int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory);
 int FindTag(ProfileFile* profile, uint32_t signature, int32_t* index, uint32_t* type);
 int PeekTagType(ProfileFile* profile, int32_t index, uint32_t* type);
 
