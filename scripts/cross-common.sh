@@ -101,11 +101,12 @@ wine32_available() { [[ -x $t3_wine32 ]]; }
 
 # Runners: PROGRAM ARGS... Each refuses a program of the wrong machine type,
 # so that a mismatch fails loudly instead of exiting 0 with no output.
-pe_machine() { objdump -f "$1" 2>/dev/null | awk '/file format/ {print $NF}'; }
+pe_machine() { LC_ALL=C objdump -f "$1" 2>/dev/null | awk '/file format/ {print $NF}'; }
 wine_run64() {
   [[ $(pe_machine "$1") == pei-x86-64 ]] || { echo "not a 64-bit Windows program: $1"; return 1; }
   "$t3_wine64" "$@"
 }
+wine_run64_cp932() { LOCPATH=$root/build/locale LC_ALL=ja_JP.UTF-8 wine_run64 "$@" 2> >(grep -v "setlocale" >&2); }
 wine_run32() {
   [[ $(pe_machine "$1") == pei-i386 ]] || { echo "not a 32-bit Windows program: $1"; return 1; }
   "$t3_wine32" "$@"
@@ -114,9 +115,7 @@ i686_run() { /usr/i686-linux-gnu/lib/ld-linux.so.2 --library-path /usr/i686-linu
 qemu_run() { qemu-aarch64 -L /usr/aarch64-linux-gnu "$@"; }
 
 # Runs every test program ctest knows in BUILD through RUNNER, two at a time,
-# and prints the number of tests run and passed. A googletest program counts
-# its tests; any other program (the C interface test, the example) counts as
-# one test. Fails on any failure and when nothing passed.
+# and prints the number of tests run and passed (scripts/ci-count-tests.py).
 run_suite() {
   local name=$1 build=$2 ext=$3 runner=$4 logs=$2/suite-logs
   rm -rf "$logs"
@@ -137,33 +136,20 @@ print("\n".join(seen))' "$root/$build/bin/")
   echo "$programs" | xargs -P 2 -I{} bash -c '
     p="$1"; log="$2/$(basename "$p").log"
     (cd "$(dirname "$p")" && '"$runner"' "$p") >"$log" 2>&1; echo $? >"$log.rc"' _ {} "$logs"
-  python3 - "$name" "$logs" <<'EOF'
-import glob, re, sys
-name, logs = sys.argv[1], sys.argv[2]
-ran = passed = programs = 0
-bad = []
-for log in sorted(glob.glob(logs + "/*.log")):
-    programs += 1
-    text = open(log, errors="replace").read()
-    rc = int(open(log + ".rc").read())
-    total = re.search(r"\[==========\] (\d+) tests? from .* ran", text)
-    ok = re.search(r"\[  PASSED  \] (\d+) test", text)
-    if total:
-        ran += int(total.group(1))
-        passed += int(ok.group(1)) if ok else 0
-        if rc != 0 or not ok or ok.group(1) != total.group(1):
-            bad.append(log)
-    elif "[==========]" in text or "Running main()" in text:
-        bad.append(log)  # a googletest program that stopped before its summary
-    else:
-        ran += 1
-        passed += rc == 0
-        if rc != 0:
-            bad.append(log)
-print(f"{name}: {passed} tests passed of {ran} run ({programs} programs)")
-for log in bad:
-    print(f"--- failed: {log}")
-    print("".join(open(log, errors="replace").readlines()[-40:]))
-sys.exit(1 if bad or passed == 0 else 0)
-EOF
+  python3 scripts/ci-count-tests.py "$name" "$logs"
+}
+
+# One program with arguments through RUNNER, counted the same way:
+# run_one NAME LOGDIR RUNNER PROGRAM ARGS...
+run_one() {
+  local name=$1 logs=$2 runner=$3 program=$4
+  shift 4
+  rm -rf "$logs"
+  mkdir -p "$logs"
+  local log=$logs/$(basename "$program").log
+  set +e
+  (cd "$(dirname "$program")" && "$runner" "$program" "$@") >"$log" 2>&1
+  echo $? >"$log.rc"
+  set -e
+  python3 scripts/ci-count-tests.py "$name" "$logs"
 }

@@ -7,7 +7,16 @@
 #include <filesystem>
 #include <fstream>
 
+#include <atomic>
+#include <thread>
+
 #include <unistd.h>
+#ifdef _WIN32
+#  ifndef WIN32_LEAN_AND_MEAN
+#    define WIN32_LEAN_AND_MEAN
+#  endif
+#  include <windows.h>
+#endif
 
 #include "api_fixtures.h"
 
@@ -246,6 +255,43 @@ TEST_F(TopLevel, ProfileChecks) {
     EXPECT_EQ(tintra_Init("srgb.icc", "srgb.icc", 0, 0, &handle, nullptr), 1402u);  // a bare name
     ASSERT_EQ(chdir(cwd.c_str()), 0);
 }
+
+// Threads checking the same two profiles at once: each check opens the files
+// while others hold them, which must not fail (1400, 1410) on any system.
+TEST_F(TopLevel, ConcurrentInitsShareTheProfiles) {
+    const std::string src = Path("Monitor/srgb.icc"), dst = Path("Monitor/adobe.icc");
+    std::atomic<int> failures{0};
+    auto inits = [&] {
+        for (int i = 0; i < 20; ++i) {
+            CColorMatcher* handle = nullptr;
+            if (tintra_Init(src.c_str(), dst.c_str(), 0, 1, &handle, &upper_) != 0) ++failures;
+            tintra_Free(handle);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) threads.emplace_back(inits);
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(failures.load(), 0);
+}
+
+#ifdef _WIN32
+// A folder named by the code page 932 character 0x95 0x5C, whose second byte
+// is the code of '\\'. Only a character-aware split finds the folder name.
+// The system code page decides how the file system reads the name, so this
+// runs where it is 932 (under wine: LC_ALL=ja_JP.UTF-8).
+TEST_F(TopLevel, DoubleByteFolderName) {
+    if (GetACP() != 932) GTEST_SKIP() << "system code page " << GetACP() << ", not 932";
+    const std::string folder = "\x95\x5C", src = Path(folder + "/srgb.icc");
+    ASSERT_TRUE(CreateDirectoryA(Path(folder).c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS)
+        << GetLastError();
+    ASSERT_TRUE(CopyFileA(Path("Monitor/srgb.icc").c_str(), src.c_str(), FALSE));
+    DirectoryTable table{};
+    SetDirectoryName("Printer", folder.c_str(), "Scanner", &table);
+    CColorMatcher* handle = nullptr;
+    EXPECT_EQ(tintra_Init(src.c_str(), src.c_str(), 0, 0, &handle, &table), 0u);
+    tintra_Free(handle);
+}
+#endif
 
 // Intents 2 and 3 swap twice (top level, then the selector), so they reach
 // the builder unchanged: 2 picks A2B2, 3 picks A2B1. A failed build keeps its handle.
