@@ -59,10 +59,11 @@ cross_build() {
   local target=$1
   install_for "$target"
   build_gtest "$target"
-  cmake -S . -B "build/$target" -G Ninja \
+  # Warnings through the environment, so that the toolchain's own flags
+  # (CMAKE_<LANG>_FLAGS_INIT) are kept.
+  CFLAGS="-Wall -Wextra -Werror" CXXFLAGS="-Wall -Wextra -Werror" cmake -S . -B "build/$target" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$root/${T3_TOOLCHAIN[$target]}" -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache \
-    "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror" "-DCMAKE_C_FLAGS=-Wall -Wextra -Werror" \
     -DTINTRA3_BUILD_TOOLS=OFF -DTINTRA3_BUILD_BENCH=OFF \
     -DGTest_DIR="$root/build/$target/gtest-install/lib/cmake/GTest" \
     -DCMAKE_RUNTIME_OUTPUT_DIRECTORY="$root/build/$target/bin" \
