@@ -43,13 +43,15 @@ for step in "${steps[@]}"; do
         "$root/build/win64/bin/api_toplevel_test.exe" --gtest_filter='TopLevel.DoubleByte*:TopLevel.ProfileChecks'
       ;;
     win32)
-      cross_build win32
-      check_dll build/win32/bin/Tintra3.dll i686-w64-mingw32
       if wine32_available; then
+        cross_build win32
+        check_dll build/win32/bin/Tintra3.dll i686-w64-mingw32
         wine_setup
         run_suite "Windows x86 (wine)" build/win32 .exe wine_run32
       else
-        echo "Windows x86: built and export table checked; not run (no 32-bit wine on this machine)"
+        cross_build win32 tintra3
+        check_dll build/win32/bin/Tintra3.dll i686-w64-mingw32
+        echo "Windows x86: DLL built and export table checked; not run (no 32-bit wine on this machine)"
       fi
       ;;
     msvc)

@@ -68,7 +68,9 @@ cross_build() {
     -DGTest_DIR="$root/build/$target/gtest-install/lib/cmake/GTest" \
     -DCMAKE_RUNTIME_OUTPUT_DIRECTORY="$root/build/$target/bin" \
     -DCMAKE_LIBRARY_OUTPUT_DIRECTORY="$root/build/$target/bin" >/dev/null
-  cmake --build "build/$target" -j2
+  shift
+  # Further arguments name the targets to build (default: all).
+  cmake --build "build/$target" -j2 ${1:+--target "$@"}
 }
 
 # A DLL exports exactly the 33 names of api/exports.map, undecorated, and
