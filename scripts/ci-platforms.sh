@@ -29,13 +29,13 @@ for step in "${steps[@]}"; do
   case "$step" in
     linux-i686)
       cross_build linux-i686
-      run_suite "Linux i686 (no SSE2)" build/linux-i686 "" i686_run
+      run_suite "Linux i686 (no SSE2)" build/linux-i686 i686_run
       ;;
     win64)
       cross_build win64
       check_dll build/win64/bin/Tintra3.dll x86_64-w64-mingw32
       wine_setup
-      run_suite "Windows x64 (wine64)" build/win64 .exe wine_run64
+      run_suite "Windows x64 (wine64)" build/win64 wine_run64
       # The folder check on a double-byte system code page, which wine takes
       # from the locale; the host needs that locale to name the files.
       [[ -d build/locale/ja_JP.UTF-8 ]] || localedef -i ja_JP -f UTF-8 build/locale/ja_JP.UTF-8
@@ -47,7 +47,7 @@ for step in "${steps[@]}"; do
         cross_build win32
         check_dll build/win32/bin/Tintra3.dll i686-w64-mingw32
         wine_setup
-        run_suite "Windows x86 (wine)" build/win32 .exe wine_run32
+        run_suite "Windows x86 (wine)" build/win32 wine_run32
       else
         cross_build win32 tintra3
         check_dll build/win32/bin/Tintra3.dll i686-w64-mingw32
@@ -59,7 +59,7 @@ for step in "${steps[@]}"; do
       ;;
     aarch64)
       cross_build aarch64
-      run_suite "Linux aarch64 (qemu)" build/aarch64 "" qemu_run
+      run_suite "Linux aarch64 (qemu)" build/aarch64 qemu_run
       ;;
     bytes)
       bash scripts/ci-bytes.sh

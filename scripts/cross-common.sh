@@ -120,7 +120,7 @@ qemu_run() { qemu-aarch64 -L /usr/aarch64-linux-gnu "$@"; }
 # Runs every test program ctest knows in BUILD through RUNNER, two at a time,
 # and prints the number of tests run and passed (scripts/ci-count-tests.py).
 run_suite() {
-  local name=$1 build=$2 ext=$3 runner=$4 logs=$2/suite-logs
+  local name=$1 build=$2 runner=$3 logs=$2/suite-logs
   rm -rf "$logs"
   mkdir -p "$logs"
   local programs
