@@ -398,9 +398,17 @@ uint32_t ApplyToneCurves(Operation op, MatchingSelector* selector, uint16_t side
                                         : MergeMethod1(t, side, maximum, channels, curves);
     }
     auto* t = static_cast<Method0Transform*>(selector->transform);
-    if (side == 0) return ToneMethod0Input(t, op == Operation::kMerge, maximum, channels, curves);
-    return op == Operation::kChange ? ChangeMethod0Output(t, maximum, channels, curves)
-                                    : MergeMethod0Output(t, maximum, channels, curves);
+    uint32_t status = kOk;
+    if (side == 0) {
+        status = ToneMethod0Input(t, op == Operation::kMerge, maximum, channels, curves);
+    } else {
+        status = op == Operation::kChange ? ChangeMethod0Output(t, maximum, channels, curves)
+                                          : MergeMethod0Output(t, maximum, channels, curves);
+    }
+    // KERNEL LAYOUT REBUILD: every method 0 tone-curve path, whatever its
+    // outcome, may have changed the simplex tables or the curved grid.
+    BuildMethod0KernelLayout(t);
+    return status;
 }
 
 }  // namespace

@@ -127,10 +127,27 @@ TEST(Dispatch, WrappedPixelCountBoundsTheKernel) {
 // Shapes with no kernel get none; the table accessors stop at four channels.
 TEST(Dispatch, LookupsRefuseWhatHasNoKernel) {
     Method1Fixture f(1, 1, 2, 6);
-    EXPECT_TRUE(!FindMethod0Interleaved(false, false, 2, 3) && !FindMethod0Interleaved(true, true, 3, 5) &&
-                !FindMethod1Interleaved(9, false, 3, 3) && !FindMethod1Interleaved(8, false, 2, 3) &&
-                !FindMethod0Planar(false, false, 0) && !FindMethod1Planar(true, true, 3) &&
-                !GetOutputTable8(&f.t, 4) && !GetInputTable16(&f.t, 4));
+    struct Case {
+        uint16_t method, bitsIn, bitsOut;
+        uint32_t in, out;
+        uint16_t layout;
+    } const cases[] = {
+        {0, 8, 8, 2, 3, 0},    // two channels: no interleaved kernel
+        {0, 16, 16, 3, 5, 0},  // nor five
+        {1, 9, 8, 3, 3, 0},    // no such depth
+        {1, 8, 8, 2, 3, 0},    //
+        {0, 8, 8, 3, 3, 3},    // no layout 3
+        {2, 8, 8, 3, 3, 0},    // no method 2
+        {1, 16, 12, 3, 3, 1},  // output is 8 or 16 bits (the dispatch maps the rest)
+    };
+    for (Isa isa : kAllIsas) {
+        for (const Case& c : cases) {
+            EXPECT_EQ(FindKernel(isa, c.method, c.bitsIn, c.bitsOut, c.in, c.out, c.layout), nullptr)
+                << IsaName(isa) << " case " << &c - cases;
+        }
+    }
+    EXPECT_EQ(GetOutputTable8(&f.t, 4), nullptr);
+    EXPECT_EQ(GetInputTable16(&f.t, 4), nullptr);
 }
 
 }  // namespace

@@ -35,18 +35,13 @@ inline void Set(std::vector<uint8_t>& b, size_t i, bool wide, uint32_t v) {
     wide ? void(std::memcpy(&b[2 * i], &w, 2)) : void(b[i] = uint8_t(w));
 }
 
-// Calls the kernel the lookups name for this combination directly.
+// Calls the registry's kernel for this combination directly, in the given
+// instruction set (default: the one in use).
 inline void Convert(uint16_t method, const void* t, int layout, uint16_t bitsIn, bool out16, uint32_t in, uint32_t out,
-                    const void* src, void* dst, uint32_t lines, uint32_t width) {
-    const bool deep = bitsIn != 8;
-    const auto* m0 = static_cast<const Method0Transform*>(t);
-    const auto* m1 = static_cast<const Method1Transform*>(t);
-    if (method == 0 && layout == 0) FindMethod0Interleaved(deep, out16, in, out)(m0, src, dst, lines, width);
-    if (method == 0 && layout != 0)
-        FindMethod0Planar(deep, out16, uint16_t(layout))(m0, src, dst, lines, width, in, out);
-    if (method == 1 && layout == 0) FindMethod1Interleaved(bitsIn, out16, in, out)(m1, src, dst, lines, width);
-    if (method == 1 && layout != 0)
-        FindMethod1Planar(deep, out16, uint16_t(layout))(m1, src, dst, lines, width, bitsIn, in, out);
+                    const void* src, void* dst, uint32_t lines, uint32_t width, Isa isa = ActiveIsa()) {
+    const Kernel kernel = FindKernel(isa, method, bitsIn, out16 ? 16 : 8, in, out, uint16_t(layout));
+    ASSERT_NE(kernel, nullptr);
+    kernel(static_cast<const TransformHeader*>(t), src, dst, lines, width, bitsIn, in, out);
 }
 
 // Owns the storage hand-made records point at (owned = 0).
@@ -101,7 +96,11 @@ struct Method0Fixture : Keeper {
         t.farCorner3 = (in == 3 ? far : 0) | 0xABC0000u;
         t.farCorner4 = (in == 4 ? far : 0) | 0x1230000u;
         t.ready = 1;
+        BuildMethod0KernelLayout(&t);
     }
+    ~Method0Fixture() { FreeKernelLayout(&t.layout); }
+    Method0Fixture(const Method0Fixture&) = delete;
+    Method0Fixture& operator=(const Method0Fixture&) = delete;
     Method0Transform t{};
 };
 

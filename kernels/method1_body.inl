@@ -1,5 +1,5 @@
 // Method 1 pixel kernels: 16-bit multilinear interpolation through a
-// Method1Transform. One template over input depth, output depth and channel
+// Method1Transform. Included once per instruction set by isa_*.cpp. One template over input depth, output depth and channel
 // counts makes the 72 interleaved kernels (in-place conversion reuses them);
 // the planar kernels pick the same per-pixel routine by channel counts once
 // per block (any other count runs a generic one). On x86-64 the
@@ -9,13 +9,12 @@
 //   sample --input table--> 12-bit coordinate --gridIndex/gridFraction-->
 //   cell + 16.16 fractions --multilinear over clut--> 16-bit r
 //   --(r * 4095 + 0x8000) >> 16--> 12-bit index --output table--> sample
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstring>
 #include <utility>
 
-#if defined(__SSE2__) || defined(_M_X64)
+#if defined(TINTRA3_KERNELS_SSE2)
 #include <emmintrin.h>
 #endif
 
@@ -23,34 +22,6 @@
 #include "transform/method1.h"
 
 namespace tintra3 {
-
-// ---- table accessors -------------------------------------------------------
-// The record has four table slots per group; a channel beyond them has no table.
-
-const uint16_t* GetInputTable8(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return U16(t->useAltInputTables ? t->altInputTable256[channel] : t->inputTable256[channel]);
-}
-
-const uint16_t* GetInputTable10(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return U16(t->useAltInputTables ? t->altInputTable1024[channel] : t->inputTable1024[channel]);
-}
-
-const uint16_t* GetInputTable16(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return U16(t->useAltInputTables ? t->altInputTable4096[channel] : t->inputTable4096[channel]);
-}
-
-const uint8_t* GetOutputTable8(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return Bytes(t->useAltOutputTables ? t->altOutputTable8[channel] : t->outputTable8[channel]);
-}
-
-const uint16_t* GetOutputTable16(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return U16(t->useAltOutputTables ? t->altOutputTable16[channel] : t->outputTable16[channel]);
-}
 
 namespace {
 
@@ -146,8 +117,9 @@ struct OutputDepth<true> {
 // are plain locals the compiler keeps in registers, with no loop whose trip
 // count depends on the depth of the interpolation tree.
 
-// SSE2 is part of every x86-64 target; elsewhere the portable code runs.
-#if defined(__SSE2__) || defined(_M_X64)
+// The SSE2 and AVX2 units define TINTRA3_KERNELS_SSE2; the portable unit
+// runs the scalar steps even where the compiler could use SSE2.
+#if defined(TINTRA3_KERNELS_SSE2)
 #define TINTRA3_M1_SSE2 1
 #endif
 
@@ -166,7 +138,8 @@ struct Grid {
 };
 
 Grid FetchGrid(const Method1Transform* t) {
-    return Grid{U16(t->gridIndex), U32(t->gridFraction), U16(t->clut),
+    return Grid{static_cast<const uint16_t*>(t->gridIndex.data), static_cast<const uint32_t*>(t->gridFraction.data),
+                static_cast<const uint16_t*>(t->clut.data),
                 {t->strides[0], t->strides[1], t->strides[2], t->strides[3]}};
 }
 
@@ -199,8 +172,12 @@ struct Cell {
 // along that bit's channel: one 32-bit add per corner, in increasing m.
 template <int N, size_t M>
 TINTRA3_PIXEL_INLINE void FormCorner(const uint32_t* stride, uint32_t base, uint32_t* corner) {
-    if constexpr (M == 0) corner[0] = base;
-    else corner[M] = corner[M & (M - 1)] + stride[N - 1 - std::countr_zero(M)];
+    if constexpr (M == 0) {
+        corner[0] = base;
+    } else {
+        constexpr int kChannel = N - 1 - std::countr_zero(M);
+        corner[M] = corner[M & (M - 1)] + stride[kChannel];
+    }
 }
 
 template <int N, size_t... M>
@@ -396,36 +373,6 @@ void Method1Interleaved(const Method1Transform* t, const void* source, void* des
     }
 }
 
-constexpr int kDepths[] = {8, 10, 12, 16};
-constexpr int kChannels[] = {1, 3, 4};
-constexpr size_t kInterleavedCount = std::size(kDepths) * 2 * std::size(kChannels) * std::size(kChannels);
-
-// Key = ((depth * 2 + out16) * 3 + in) * 3 + out, each a position in the lists above.
-template <size_t Key>
-constexpr Method1InterleavedKernel InterleavedAt() {
-    return &Method1Interleaved<kDepths[Key / 18], (Key / 9) % 2 == 1, kChannels[(Key / 3) % 3], kChannels[Key % 3]>;
-}
-
-template <size_t... Keys>
-constexpr std::array<Method1InterleavedKernel, sizeof...(Keys)> MakeInterleavedTable(std::index_sequence<Keys...>) {
-    return {InterleavedAt<Keys>()...};
-}
-
-constexpr auto kInterleaved = MakeInterleavedTable(std::make_index_sequence<kInterleavedCount>{});
-static_assert(kInterleaved.size() == 72, "4 input depths x 2 output depths x 9 channel pairs");
-
-int DepthPosition(uint16_t bits) {
-    for (size_t i = 0; i < std::size(kDepths); ++i)
-        if (kDepths[i] == bits) return int(i);
-    return -1;
-}
-
-int ChannelPosition(uint32_t channels) {
-    for (size_t i = 0; i < std::size(kChannels); ++i)
-        if (uint32_t(kChannels[i]) == channels) return int(i);
-    return -1;
-}
-
 // ---- planar kernels ----------------------------------------------------------
 
 // Frame- and line-planar blocks differ only in these numbers. A block is
@@ -559,27 +506,5 @@ void Method1PlanarDeep(const Method1Transform* t, const void* source, void* dest
     }
 }
 
-// Indexed by [deepInput][out16][layout - 1].
-constexpr Method1PlanarKernel kPlanar[2][2][2] = {
-    {{&Method1Planar8<false, 1>, &Method1Planar8<false, 2>}, {&Method1Planar8<true, 1>, &Method1Planar8<true, 2>}},
-    {{&Method1PlanarDeep<false, 1>, &Method1PlanarDeep<false, 2>},
-     {&Method1PlanarDeep<true, 1>, &Method1PlanarDeep<true, 2>}},
-};
-
 }  // namespace
-
-Method1InterleavedKernel FindMethod1Interleaved(uint16_t bitsIn, bool out16, uint32_t inChannels,
-                                                uint32_t outChannels) {
-    const int depth = DepthPosition(bitsIn);
-    const int in = ChannelPosition(inChannels);
-    const int out = ChannelPosition(outChannels);
-    if (depth < 0 || in < 0 || out < 0) return nullptr;
-    return kInterleaved[((size_t(depth) * 2 + (out16 ? 1 : 0)) * 3 + size_t(in)) * 3 + size_t(out)];
-}
-
-Method1PlanarKernel FindMethod1Planar(bool deepInput, bool out16, uint16_t layout) {
-    if (layout != 1 && layout != 2) return nullptr;
-    return kPlanar[deepInput ? 1 : 0][out16 ? 1 : 0][layout - 1];
-}
-
 }  // namespace tintra3
