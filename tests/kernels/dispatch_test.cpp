@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "api/exports.h"
-#include "kernel_fixtures.h"
+#include "records.h"
+#include "samples.h"
 
 namespace tintra3 {
 namespace {

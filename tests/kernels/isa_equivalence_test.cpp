@@ -13,7 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "kernel_fixtures.h"
+#include "records.h"
+#include "samples.h"
+#include "support/test_support.h"
 #include "profile/profile_file.h"
 
 namespace tintra3 {

@@ -3,7 +3,10 @@
 
 #include <cstdlib>
 
-#include "kernel_fixtures.h"
+#include "records.h"
+#include "samples.h"
+#include "support/test_support.h"
+#include "variants.h"
 
 namespace tintra3 {
 namespace {
