@@ -49,55 +49,64 @@ inline __m256i CornerOf(const __m256i* sets, __m256i set) {
     return corner;
 }
 
-// Simplex sums of eight pixels: lo holds pixels 0, 1 | 4, 5 and hi pixels
-// 2, 3 | 6, 7, four 16-bit channel lanes each.
-template <uint32_t In>
-inline void SimplexSums(const WideTables& w, const __m256i* u, __m256i* lo, __m256i* hi) {
-    __m256i base;
-    __m256i code;
-    if constexpr (In == 3) {
-        __m256i sum = Gather(w.inputs, u[0]);
-        sum = _mm256_add_epi32(sum, Gather(w.inputs + 256, u[1]));
-        sum = _mm256_add_epi32(sum, Gather(w.inputs + 512, u[2]));
-        base = _mm256_srli_epi32(sum, 16);
-        code = _mm256_and_si256(sum, _mm256_set1_epi32(0xFFFF));
-    } else {
-        base = Gather(w.inputs, u[0]);
-        code = Gather(w.inputs + 1024, u[0]);
-        for (int c = 1; c < 4; ++c) {
-            base = _mm256_add_epi32(base, Gather(w.inputs + 256 * c, u[c]));
-            code = _mm256_add_epi32(code, Gather(w.inputs + 1024 + 256 * c, u[c]));
+// Simplex sums of G groups of eight pixels: lo holds pixels 0, 1 | 4, 5 and
+// hi pixels 2, 3 | 6, 7 of a group, four 16-bit channel lanes each. Each
+// step runs for every group before the next one starts, so that the gathers
+// of one group wait while those of the others are in flight.
+template <uint32_t In, int G>
+inline void SimplexSums(const WideTables& w, const __m256i (*u)[In], __m256i* lo, __m256i* hi) {
+    __m256i base[G];
+    __m256i code[G];
+    for (int g = 0; g < G; ++g) {
+        if constexpr (In == 3) {
+            __m256i sum = Gather(w.inputs, u[g][0]);
+            sum = _mm256_add_epi32(sum, Gather(w.inputs + 256, u[g][1]));
+            sum = _mm256_add_epi32(sum, Gather(w.inputs + 512, u[g][2]));
+            base[g] = _mm256_srli_epi32(sum, 16);
+            code[g] = _mm256_and_si256(sum, _mm256_set1_epi32(0xFFFF));
+        } else {
+            base[g] = Gather(w.inputs, u[g][0]);
+            code[g] = Gather(w.inputs + 1024, u[g][0]);
+            for (int c = 1; c < 4; ++c) {
+                base[g] = _mm256_add_epi32(base[g], Gather(w.inputs + 256 * c, u[g][c]));
+                code[g] = _mm256_add_epi32(code[g], Gather(w.inputs + 1024 + 256 * c, u[g][c]));
+            }
         }
     }
-    const __m256i record = Gather(w.simplex, code);
-    const __m256i set = _mm256_srli_epi32(record, 20);
-    // Weights as bytes 0..3 of each pixel.
-    const __m256i field = _mm256_set1_epi32(31);
-    __m256i weights = _mm256_and_si256(record, field);
-    for (int j = 1; j < int(In); ++j) {
-        const __m256i wj = _mm256_and_si256(_mm256_srli_epi32(record, 5 * j), field);
-        weights = _mm256_or_si256(weights, _mm256_slli_epi32(wj, 8 * j));
-    }
+    __m256i record[G];
+    for (int g = 0; g < G; ++g) record[g] = Gather(w.simplex, code[g]);
 
     constexpr int kCorners = int(In) + 1;  // K0, A, B, (C,) D
-    __m256i node[kCorners];
-    node[0] = Gather(w.nodes, base);
-    for (int j = 0; j + 1 < int(In); ++j)
-        node[j + 1] = Gather(w.nodes, _mm256_add_epi32(base, CornerOf<In>(w.corner[j], set)));
-    node[In] = Gather(w.nodes, _mm256_add_epi32(base, w.far));
+    __m256i node[G][kCorners];
+    for (int g = 0; g < G; ++g) {
+        const __m256i set = _mm256_srli_epi32(record[g], 20);
+        node[g][0] = Gather(w.nodes, base[g]);
+        for (int j = 0; j + 1 < int(In); ++j)
+            node[g][j + 1] = Gather(w.nodes, _mm256_add_epi32(base[g], CornerOf<In>(w.corner[j], set)));
+        node[g][In] = Gather(w.nodes, _mm256_add_epi32(base[g], w.far));
+    }
 
     const __m256i zero = _mm256_setzero_si256();
-    for (int half = 0; half < 2; ++half) {
-        __m256i k[kCorners];
-        for (int j = 0; j < kCorners; ++j)
-            k[j] = half == 0 ? _mm256_unpacklo_epi8(node[j], zero) : _mm256_unpackhi_epi8(node[j], zero);
-        // s = 2^shift K0 + sum over j of w_j (K_{j+1} - K_j)
-        __m256i s = _mm256_slli_epi16(k[0], In == 3 ? 3 : 4);
-        for (int j = 0; j < int(In); ++j) {
-            const __m256i weight = SpreadWeight(weights, j, half == 1);
-            s = _mm256_add_epi16(s, _mm256_mullo_epi16(weight, _mm256_sub_epi16(k[j + 1], k[j])));
+    const __m256i field = _mm256_set1_epi32(31);
+    for (int g = 0; g < G; ++g) {
+        // Weights as bytes 0..3 of each pixel.
+        __m256i weights = _mm256_and_si256(record[g], field);
+        for (int j = 1; j < int(In); ++j) {
+            const __m256i wj = _mm256_and_si256(_mm256_srli_epi32(record[g], 5 * j), field);
+            weights = _mm256_or_si256(weights, _mm256_slli_epi32(wj, 8 * j));
         }
-        *(half == 0 ? lo : hi) = s;
+        for (int half = 0; half < 2; ++half) {
+            __m256i k[kCorners];
+            for (int j = 0; j < kCorners; ++j)
+                k[j] = half == 0 ? _mm256_unpacklo_epi8(node[g][j], zero) : _mm256_unpackhi_epi8(node[g][j], zero);
+            // s = 2^shift K0 + sum over j of w_j (K_{j+1} - K_j)
+            __m256i s = _mm256_slli_epi16(k[0], In == 3 ? 3 : 4);
+            for (int j = 0; j < int(In); ++j) {
+                const __m256i weight = SpreadWeight(weights, j, half == 1);
+                s = _mm256_add_epi16(s, _mm256_mullo_epi16(weight, _mm256_sub_epi16(k[j + 1], k[j])));
+            }
+            (half == 0 ? lo : hi)[g] = s;
+        }
     }
 }
 
@@ -200,8 +209,9 @@ inline void StoreResults(uint8_t* dst, __m256i lo, __m256i hi) {
 
 // Converts the leading multiple of eight pixels of an interleaved run and
 // returns how many it converted (0 when the record has no usable layout).
-// Eight pixels are read whole before any of them is written; in place the
-// output is never longer than the input, so no unread sample is overwritten.
+// A step's pixels (16, then 8) are read whole before any of them is written;
+// in place the output is never longer than the input, so no unread sample is
+// overwritten.
 template <bool Deep, bool Out16, uint32_t In, uint32_t Out>
 uint32_t WideMethod0Interleaved(const Method0Transform* t, const uint8_t* src, uint8_t* dst, uint32_t pixels) {
     const KernelLayout& layout = t->layout;
@@ -218,14 +228,24 @@ uint32_t WideMethod0Interleaved(const Method0Transform* t, const uint8_t* src, u
 
     constexpr size_t kInBytes = In * (Deep ? 2 : 1);
     constexpr size_t kOutBytes = Out * (Out16 ? 2 : 1);
+    constexpr int kGroups = 2;
+    constexpr uint32_t kStep = 8 * kGroups;
     uint32_t done = 0;
+    for (; pixels - done >= kStep; done += kStep, src += kStep * kInBytes, dst += kStep * kOutBytes) {
+        __m256i u[kGroups][In];
+        for (int g = 0; g < kGroups; ++g) LoadCodes<Deep, In>(src + 8 * g * kInBytes, u[g]);
+        __m256i lo[kGroups];
+        __m256i hi[kGroups];
+        SimplexSums<In, kGroups>(w, u, lo, hi);
+        for (int g = 0; g < kGroups; ++g) StoreResults<Out16, In, Out>(dst + 8 * g * kOutBytes, lo[g], hi[g]);
+    }
     for (; pixels - done >= 8; done += 8, src += 8 * kInBytes, dst += 8 * kOutBytes) {
-        __m256i u[In];
-        LoadCodes<Deep, In>(src, u);
-        __m256i lo;
-        __m256i hi;
-        SimplexSums<In>(w, u, &lo, &hi);
-        StoreResults<Out16, In, Out>(dst, lo, hi);
+        __m256i u[1][In];
+        LoadCodes<Deep, In>(src, u[0]);
+        __m256i lo[1];
+        __m256i hi[1];
+        SimplexSums<In, 1>(w, u, lo, hi);
+        StoreResults<Out16, In, Out>(dst, lo[0], hi[0]);
     }
     return done;
 }

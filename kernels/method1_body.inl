@@ -17,6 +17,9 @@
 #if defined(TINTRA3_KERNELS_SSE2)
 #include <emmintrin.h>
 #endif
+#if defined(__AVX2__)
+#include <immintrin.h>
+#endif
 
 #include "kernels/kernels.h"
 #include "transform/method1.h"
@@ -315,10 +318,72 @@ TINTRA3_PIXEL_INLINE void InterpolatePixelSse2(const Grid& g, const Cell<N>& cel
 }
 #endif
 
+#if defined(__AVX2__)
+// The same interpolation on AVX2 in 32-bit lanes: the scalar step word for
+// word (a << 16) + (b - a) * f + 0x8000, wrapping alike, then >> 16. A
+// register holds two tree nodes of four channels (channel 3 unused for three
+// outputs), so each step works on two nodes of every channel at once.
+TINTRA3_PIXEL_INLINE __m256i Lerp32(__m256i a, __m256i b, __m256i f) {
+    const __m256i shifted = _mm256_slli_epi32(a, 16);
+    const __m256i step = _mm256_mullo_epi32(_mm256_sub_epi32(b, a), f);
+    return _mm256_srli_epi32(_mm256_add_epi32(_mm256_add_epi32(shifted, step), _mm256_set1_epi32(0x8000)), 16);
+}
+
+TINTRA3_PIXEL_INLINE __m128i Lerp32(__m128i a, __m128i b, __m128i f) {
+    const __m128i shifted = _mm_slli_epi32(a, 16);
+    const __m128i step = _mm_mullo_epi32(_mm_sub_epi32(b, a), f);
+    return _mm_srli_epi32(_mm_add_epi32(_mm_add_epi32(shifted, step), _mm_set1_epi32(0x8000)), 16);
+}
+
+// Grid nodes a and b, channels widened to 32 bits: [a | b].
+template <int Out>
+TINTRA3_PIXEL_INLINE __m256i LoadNodePair(const uint16_t* clut, uint32_t a, uint32_t b) {
+    return _mm256_cvtepu16_epi32(_mm_unpacklo_epi64(LoadNode<Out>(clut, a), LoadNode<Out>(clut, b)));
+}
+
+// Register v of a level holds tree nodes 2v (low half) and 2v + 1 (high half).
+template <int N, int Out>
+TINTRA3_PIXEL_INLINE void InterpolatePixelAvx2(const Grid& g, const Cell<N>& cell, uint32_t* index) {
+    constexpr int kRegisters = 1 << (N - 2);  // after the first step
+    __m256i level[kRegisters];
+    {
+        const __m256i f = _mm256_set1_epi32(int(cell.fraction[N - 1]));
+        for (int v = 0; v < kRegisters; ++v) {
+            const __m256i lower = LoadNodePair<Out>(g.clut, cell.corner[4 * v], cell.corner[4 * v + 2]);
+            const __m256i upper = LoadNodePair<Out>(g.clut, cell.corner[4 * v + 1], cell.corner[4 * v + 3]);
+            level[v] = Lerp32(lower, upper, f);
+        }
+    }
+    for (int j = N - 2, count = kRegisters; j >= 1; --j, count /= 2) {
+        const __m256i f = _mm256_set1_epi32(int(cell.fraction[j]));
+        for (int v = 0; v < count / 2; ++v) {
+            const __m256i lower = _mm256_permute2x128_si256(level[2 * v], level[2 * v + 1], 0x20);
+            const __m256i upper = _mm256_permute2x128_si256(level[2 * v], level[2 * v + 1], 0x31);
+            level[v] = Lerp32(lower, upper, f);
+        }
+    }
+    const __m128i r = Lerp32(_mm256_castsi256_si128(level[0]), _mm256_extracti128_si256(level[0], 1),
+                             _mm_set1_epi32(int(cell.fraction[0])));
+    // (r * 4095 + 0x8000) >> 16, r < 2^16.
+    const __m128i e =
+        _mm_srli_epi32(_mm_add_epi32(_mm_mullo_epi32(r, _mm_set1_epi32(4095)), _mm_set1_epi32(0x8000)), 16);
+    index[0] = uint32_t(_mm_extract_epi32(e, 0));
+    index[1] = uint32_t(_mm_extract_epi32(e, 1));
+    index[2] = uint32_t(_mm_extract_epi32(e, 2));
+    if constexpr (Out == 4) index[3] = uint32_t(_mm_extract_epi32(e, 3));
+}
+#endif
+
 // Output-table indices of a constant number of output channels.
 template <int N, int Out>
 TINTRA3_PIXEL_INLINE void InterpolatePixel(const Grid& g, const uint32_t* coordinate, uint32_t* index) {
     const Cell<N> cell = LocateCell<N>(g, coordinate);
+#if defined(__AVX2__)
+    if constexpr (N >= 3 && (Out == 3 || Out == 4)) {
+        InterpolatePixelAvx2<N, Out>(g, cell, index);
+        return;
+    }
+#endif
 #if defined(TINTRA3_M1_SSE2)
     if constexpr (N >= 3 && (Out == 3 || Out == 4)) {
         InterpolatePixelSse2<N, Out>(g, cell, index);
