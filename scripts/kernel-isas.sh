@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 preset="${1:-dev}"
 cmake --preset "$preset" >/dev/null
-cmake --build --preset "$preset" --target kernels_kernels_test kernels_dispatch_test kernels_layout_rebuild_test \
+cmake --build --preset "$preset" --target kernels_kernels_test kernels_dispatch_test kernels_registry_test kernels_layout_rebuild_test \
   api_tone_curves_test api_selector_test >/dev/null
 isas="portable"
 case "$(uname -m)" in
@@ -19,6 +19,6 @@ case "$(uname -m)" in
 esac
 for isa in $isas; do
   echo "== kernel tests with TINTRA3_KERNELS=$isa"
-  TINTRA3_KERNELS=$isa ctest --preset "$preset" -j2 -R '^(Kernels|Dispatch|KernelLayoutRebuild|ToneCurves|Selector)' \
+  TINTRA3_KERNELS=$isa ctest --preset "$preset" -j2 -R '^(Kernels|Dispatch|Registry|KernelLayoutRebuild|ToneCurves|Selector)' \
     | grep -E "tests passed|tests failed|Failed|\*\*\*"
 done

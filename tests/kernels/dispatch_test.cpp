@@ -19,7 +19,9 @@ struct Transforms {
     Method1Fixture m1;
 };
 
-constexpr uint32_t kLines = 2, kWidth = 3, kPixels = kLines * kWidth;
+constexpr uint32_t kLines = 2;
+constexpr uint32_t kWidth = 3;
+constexpr uint32_t kPixels = kLines * kWidth;
 
 // CMatching2, and CMatching1 in place where allowed, give what the named
 // kernel gives. The destination size passed is the source's and is not
@@ -30,14 +32,20 @@ TEST(Dispatch, EveryCombinationReachesItsKernel) {
         for (uint32_t out : {1u, 3u, 4u}) {
             Transforms x(in, out);
             for (int v = 0; v < 48; ++v) {
-                const uint16_t method = v / 24, bitsIn = kDepths[v / 6 % 4], bitsOut = 8 << v % 2, layout = v / 2 % 3;
+                const uint16_t method = v / 24;
+                const uint16_t bitsIn = kDepths[v / 6 % 4];
+                const uint16_t bitsOut = 8 << v % 2;
+                const uint16_t layout = v / 2 % 3;
                 SCOPED_TRACE(testing::Message() << "method " << method << " " << in << "->" << out << " bits "
                                                 << bitsIn << "/" << bitsOut << " layout " << layout);
                 MatchingSelector selector{0, method, x.For(method), 0};
-                std::vector<uint8_t> src(kPixels * 8), got(kPixels * 8, 0xA5), want(got);
+                std::vector<uint8_t> src(kPixels * 8);
+                std::vector<uint8_t> got(kPixels * 8, 0xA5);
+                std::vector<uint8_t> want(got);
                 for (auto& b : src) b = uint8_t(rng());
                 const uint32_t size = kPixels * in * (bitsIn == 8 ? 1 : 2);
-                PixelRun source{src.data(), kLines}, destination{got.data(), 0};
+                PixelRun source{src.data(), kLines};
+                PixelRun destination{got.data(), 0};
                 ASSERT_EQ(CMatching2(&selector, &source, &destination, kWidth, size, size, bitsIn, bitsOut, layout), 0);
                 Convert(method, selector.transform, layout, bitsIn, bitsOut > 8, in, out, src.data(), want.data(),
                         kLines, kWidth);
@@ -88,11 +96,13 @@ TEST(Dispatch, ChecksInOrder) {
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "case " << &c - cases);
         Transforms x(c.in, c.out);
-        x.m0.t.ready = x.m1.t.ready = c.record != kNotReady;
+        x.m0.t.ready = c.record != kNotReady;
+        x.m1.t.ready = c.record != kNotReady;
         MatchingSelector sel{0, c.method, c.record == kNull ? nullptr : x.For(c.method), 0};
         const uint32_t size = kPixels * c.in * (c.bitsIn == 8 ? 1 : 2) + c.slack;
         std::vector<uint8_t> a(64, 0x5A), b(64, 0xA5);
-        PixelRun src{a.data(), kLines}, dst{b.data(), 0};
+        PixelRun src{a.data(), kLines};
+        PixelRun dst{b.data(), 0};
         EXPECT_EQ(c.api & 1 ? CMatching1(&sel, &src, kWidth, size, c.bitsIn, c.bitsOut, c.layout) : c.status, c.status);
         EXPECT_EQ(c.api & 2 ? CMatching2(&sel, &src, &dst, kWidth, size, 0, c.bitsIn, c.bitsOut, c.layout) : c.status,
                   c.status);
@@ -105,50 +115,33 @@ TEST(Dispatch, ChecksInOrder) {
 // 65535 x 65538 wraps to 65534 pixels, all a kernel may touch (interleaved
 // and frame-planar blocks are one run of that many pixels).
 TEST(Dispatch, WrappedPixelCountBoundsTheKernel) {
-    constexpr uint32_t kManyLines = 65535, kWideLine = 65538, kWrapped = 65534;
+    constexpr uint32_t kManyLines = 65535;
+    constexpr uint32_t kWideLine = 65538;
+    constexpr uint32_t kWrapped = 65534;
     static_assert(uint32_t(kManyLines * uint64_t{kWideLine}) == kWrapped);
     std::mt19937 rng(11);
     for (uint32_t c : {1u, 3u}) {
         Transforms x(c, c);
         for (int v = 0; v < 8; ++v) {
-            const uint16_t method = v / 4, bits = v / 2 % 2 ? 16 : 8, layout = v % 2;
+            const uint16_t method = v / 4;
+            const uint16_t bits = v / 2 % 2 ? 16 : 8;
+            const uint16_t layout = v % 2;
             SCOPED_TRACE(testing::Message() << "method " << method << " " << c << " bits " << bits << " " << layout);
             MatchingSelector selector{0, method, x.For(method), 0};
             const uint32_t bytes = kWrapped * c * (bits / 8);
-            std::vector<uint8_t> src(bytes), got(bytes), want(bytes);
+            std::vector<uint8_t> src(bytes);
+            std::vector<uint8_t> got(bytes);
+            std::vector<uint8_t> want(bytes);
             for (auto& b : src) b = uint8_t(rng());
-            PixelRun many{src.data(), kManyLines}, destination{got.data(), 0}, one{src.data(), 1}, ref{want.data(), 0};
+            PixelRun many{src.data(), kManyLines};
+            PixelRun destination{got.data(), 0};
+            PixelRun one{src.data(), 1};
+            PixelRun ref{want.data(), 0};
             EXPECT_EQ(CMatching2(&selector, &many, &destination, kWideLine, bytes, 0, bits, bits, layout), 0u);
             EXPECT_EQ(CMatching2(&selector, &one, &ref, kWrapped, bytes, 0, bits, bits, layout), 0u);
             EXPECT_EQ(got, want);
         }
     }
-}
-
-// Shapes with no kernel get none; the table accessors stop at four channels.
-TEST(Dispatch, LookupsRefuseWhatHasNoKernel) {
-    Method1Fixture f(1, 1, 2, 6);
-    struct Case {
-        uint16_t method, bitsIn, bitsOut;
-        uint32_t in, out;
-        uint16_t layout;
-    } const cases[] = {
-        {0, 8, 8, 2, 3, 0},    // two channels: no interleaved kernel
-        {0, 16, 16, 3, 5, 0},  // nor five
-        {1, 9, 8, 3, 3, 0},    // no such depth
-        {1, 8, 8, 2, 3, 0},    //
-        {0, 8, 8, 3, 3, 3},    // no layout 3
-        {2, 8, 8, 3, 3, 0},    // no method 2
-        {1, 16, 12, 3, 3, 1},  // output is 8 or 16 bits (the dispatch maps the rest)
-    };
-    for (Isa isa : kAllIsas) {
-        for (const Case& c : cases) {
-            EXPECT_EQ(FindKernel(isa, c.method, c.bitsIn, c.bitsOut, c.in, c.out, c.layout), nullptr)
-                << IsaName(isa) << " case " << &c - cases;
-        }
-    }
-    EXPECT_EQ(GetOutputTable8(&f.t, 4), nullptr);
-    EXPECT_EQ(GetInputTable16(&f.t, 4), nullptr);
 }
 
 }  // namespace

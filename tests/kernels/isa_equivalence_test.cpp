@@ -231,24 +231,5 @@ TEST(IsaEquivalence, LayoutRefusesWhatItCannotCarry) {
     }
 }
 
-TEST(IsaEquivalence, RequestOnlyLowersTheChoice) {
-    const Isa best = ChooseIsa(nullptr);
-    struct Case {
-        const char* request;
-        Isa want;
-    } const cases[] = {
-        {"", best},                       // empty: as unset
-        {"portable", Isa::kPortable},     // always available
-        {"fastest", best},                // unknown names are ignored
-        {"AVX2", best},                   // names are lower case
-    };
-    for (const Case& c : cases) EXPECT_EQ(ChooseIsa(c.request), c.want) << c.request;
-    for (Isa isa : kAllIsas) {
-        const Isa chosen = ChooseIsa(IsaName(isa));
-        EXPECT_LE(chosen, best) << IsaName(isa);
-        EXPECT_TRUE(IsaSupported(chosen)) << IsaName(isa);
-    }
-}
-
 }  // namespace
 }  // namespace tintra3
