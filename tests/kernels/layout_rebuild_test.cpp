@@ -60,10 +60,10 @@ TEST(KernelLayoutRebuild, EveryToneCurvePath) {
 
             // A strong curve (square root), the same for every channel.
             std::vector<std::vector<uint16_t>> entries(4, std::vector<uint16_t>(256));
-            ValueBuffer curves[4];
+            ::ValueBuffer curves[4];
             for (int c = 0; c < 4; ++c) {
                 for (int i = 0; i < 256; ++i) entries[c][i] = uint16_t(std::lround(65535 * std::sqrt(i / 255.0)));
-                curves[c] = ValueBuffer{256, 0, entries[c].data()};
+                curves[c] = ::ValueBuffer{256, 0, entries[c].data()};
             }
             const uint32_t status = path.merge ? MergeToneCurves(&selector, path.side, 16, 4, curves)
                                                : ChangeToneCurves(&selector, path.side, 16, 4, curves);
