@@ -22,7 +22,7 @@ steps=("$@")
 [[ ${#steps[@]} -gt 0 ]] || steps=(linux-i686 win64 win32 msvc aarch64 bytes)
 
 # Exhaustive kernel sweeps shrink under emulation; the full sweeps run natively.
-export TINTRA3_TEST_SWEEP=${TINTRA3_TEST_SWEEP:-small}
+export TINTRA3_TEST_SWEEP=${TINTRA3_TEST_SWEEP:-reduced}
 
 for step in "${steps[@]}"; do
   start=$SECONDS

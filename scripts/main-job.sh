@@ -11,8 +11,9 @@ cd "$(dirname "$0")/.."
 out="${1:-out}"
 bash scripts/install-deps.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target tintra tintra-inspect example_convert
+cmake --build --preset release --target tintra tintra-inspect example_convert tintra3_bench
 tintra=./build/release/tools/tintra
+echo "== $(./build/release/bench/tintra3_bench --isa) (TINTRA3_KERNELS=portable|sse2|avx2 forces a lower set)"
 mkdir -p "$out"
 
 echo "== every installed profile (tintra-inspect --full PROFILE: what the library reads from it)"

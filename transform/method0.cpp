@@ -443,7 +443,9 @@ struct Builder {
 
 Method0Transform* CreateMethod0Transform() {
     // calloc: every ValueBuffer empty, every simplex pointer null, not ready.
-    return static_cast<Method0Transform*>(AllocateZeroed(1, sizeof(Method0Transform)));
+    auto* transform = static_cast<Method0Transform*>(AllocateZeroed(1, sizeof(Method0Transform)));
+    if (transform != nullptr) transform->method = 0;
+    return transform;
 }
 
 void FreeSimplexTables(Method0Transform* transform) {
@@ -466,6 +468,7 @@ void DestroyMethod0Transform(Method0Transform* transform) {
     for (ValueBuffer& b : transform->outputCurves) FreeValueBuffer(&b);
     FreeValueBuffer(&transform->curvedGrid);
     FreeSimplexTables(transform);
+    FreeKernelLayout(&transform->layout);
     Deallocate(transform);
 }
 
@@ -670,6 +673,7 @@ int BuildMethod0Transform(Method0Transform* transform, uint16_t intent, ProfileF
             result = builder.Run();
         }
     }
+    if (result == 1) BuildMethod0KernelLayout(transform);
     transform->ready = result == 1 ? 1 : 0;
     return result;
 }

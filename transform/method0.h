@@ -5,6 +5,7 @@
 
 #include "profile/profile_file.h"
 #include "profile/value_buffer.h"
+#include "transform/transform_header.h"
 
 namespace tintra3 {
 
@@ -29,11 +30,10 @@ struct Simplex4 {
 };
 static_assert(sizeof(Simplex4) == 10);
 
-struct Method0Transform {
+// The header (channel counts, method, ready flag, kernel layout) comes first.
+struct Method0Transform : TransformHeader {
     uint32_t sourceSpace;
     uint32_t destinationSpace;
-    uint8_t inputChannels;  // dispatch reads these two bytes
-    uint8_t outputChannels;
     uint16_t gridPoints;
     uint32_t strides[4];
     uint16_t sourceKind;
@@ -51,9 +51,6 @@ struct Method0Transform {
     ValueBuffer grid;             // u8
     ValueBuffer outputCurves[4];  // u8 x 256
     ValueBuffer curvedGrid;       // u32
-    // 1 once fully built; 0 at creation, after a failed build and after a
-    // failed tone-curve rebuild. The dispatch refuses a transform that is not ready.
-    uint32_t ready;
 };
 
 Method0Transform* CreateMethod0Transform();
@@ -72,6 +69,10 @@ int BuildMonoTables(Method0Transform* transform, const ValueBuffer* curve);
 // 8-bit cell (u8) and 8.8 fraction (u16) tables for p grid points, 256 entries.
 int BuildCellFraction8(uint16_t* status, uint32_t points, ValueBuffer* cell, ValueBuffer* fraction);
 void FreeSimplexTables(Method0Transform* transform);
+// Derives the kernel layout from the simplex tables and the curved grid.
+// Called after the build and after every tone-curve change of either; never
+// fails (without memory the layout is simply not usable).
+void BuildMethod0KernelLayout(Method0Transform* transform);
 
 // Interpolation in an 8-bit table at 8.8 fractions (256 = 1.0), last axis
 // first, each step u + (((v - u) f + 128) >> 8) floored; two lanes per word.

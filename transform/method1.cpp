@@ -352,7 +352,9 @@ void FreePrimaryTables(Method1Transform* t) {
 
 Method1Transform* CreateMethod1Transform() {
     // All buffers empty and unowned, both alternative switches off, not ready.
-    return static_cast<Method1Transform*>(AllocateZeroed(1, sizeof(Method1Transform)));
+    auto* transform = static_cast<Method1Transform*>(AllocateZeroed(1, sizeof(Method1Transform)));
+    if (transform != nullptr) transform->method = 1;
+    return transform;
 }
 
 void DestroyMethod1Transform(Method1Transform* transform) {

@@ -5,14 +5,14 @@
 
 #include "profile/profile_file.h"
 #include "profile/value_buffer.h"
+#include "transform/transform_header.h"
 
 namespace tintra3 {
 
-struct Method1Transform {
+// The header (channel counts, method, ready flag) comes first.
+struct Method1Transform : TransformHeader {
     uint32_t sourceSpace;
     uint32_t destinationSpace;
-    uint8_t inputChannels;   // dispatch reads these two bytes
-    uint8_t outputChannels;
     uint16_t gridPoints;
     uint32_t strides[4];
     uint16_t sourceKind;
@@ -34,9 +34,6 @@ struct Method1Transform {
     ValueBuffer altOutputTable16[4];
     uint32_t useAltOutputTables;
     ValueBuffer clut;  // u16
-    // 1 once fully built; 0 at creation, after a failed build and after a
-    // failed tone-curve rebuild. The dispatch refuses a transform that is not ready.
-    uint32_t ready;
 };
 
 Method1Transform* CreateMethod1Transform();

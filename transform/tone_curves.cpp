@@ -419,9 +419,17 @@ bool ApplyToneCurves(Method1Transform* t, ToneOperation op, uint16_t side, uint3
 
 bool ApplyToneCurves(Method0Transform* t, ToneOperation op, uint16_t side, uint32_t maximum, uint32_t channels,
                      ValueBuffer* curves) {
-    if (side == 0) return ToneMethod0Input(t, op == ToneOperation::kMerge, maximum, channels, curves);
-    return op == ToneOperation::kChange ? ChangeMethod0Output(t, maximum, channels, curves)
-                                        : MergeMethod0Output(t, maximum, channels, curves);
+    bool applied = false;
+    if (side == 0) {
+        applied = ToneMethod0Input(t, op == ToneOperation::kMerge, maximum, channels, curves);
+    } else {
+        applied = op == ToneOperation::kChange ? ChangeMethod0Output(t, maximum, channels, curves)
+                                               : MergeMethod0Output(t, maximum, channels, curves);
+    }
+    // KERNEL LAYOUT REBUILD: every method 0 tone-curve path, whatever its
+    // outcome, may have changed the simplex tables or the curved grid.
+    BuildMethod0KernelLayout(t);
+    return applied;
 }
 
 }  // namespace tintra3

@@ -11,6 +11,7 @@
 #include "profile/allocator.h"
 #include "support/test_support.h"
 #include "tools/iccwriter/icc_writer.h"
+#include "transform/method0.h"
 
 namespace tintra3 {
 namespace {
@@ -151,7 +152,7 @@ TEST(AllocationFailure, EveryAllocationOfABuild) {
 
 struct CurveCall {
     const char* why;
-    uint32_t (*call)(CColorMatcher*, uint16_t, uint16_t, uint16_t, ValueBuffer*);
+    uint32_t (*call)(CColorMatcher*, uint16_t, uint16_t, uint16_t, ::ValueBuffer*);
     uint16_t side;
 };
 
@@ -185,8 +186,8 @@ TEST(AllocationFailure, EveryAllocationOfAToneCurveChange) {
                                   (p.*v.destination).c_str());
                     InitCColorMatcher(&matcher, &params, &image, &names);
                     ASSERT_EQ(CMGetError(&matcher), 0u);
-                    ValueBuffer curves[4];
-                    for (ValueBuffer& b : curves) {
+                    ::ValueBuffer curves[4];
+                    for (::ValueBuffer& b : curves) {
                         b.count = uint32_t(curve.size());
                         b.data = curve.data();
                         b.owned = 0;
@@ -195,7 +196,12 @@ TEST(AllocationFailure, EveryAllocationOfAToneCurveChange) {
                     const uint32_t status = c.call(&matcher, c.side, 8, 4, curves);
                     const bool failed = allocation_test::Failed();
                     allocation_test::FailNth(0);
-                    const bool reported = method == 0 && c.side == 0;
+                    // The kernel layout is derived last; without memory for it the
+                    // transform keeps converting through the portable kernels.
+                    const bool layoutOnly =
+                        method == 0 && status == 0 &&
+                        static_cast<const tintra3::Method0Transform*>(matcher.selector.transform)->layout.usable == 0;
+                    const bool reported = method == 0 && c.side == 0 && !layoutOnly;
                     if (!failed || !reported)
                         ExpectConverts(&matcher.selector, v, n);
                     else

@@ -3,7 +3,10 @@
 
 #include <cstdlib>
 
-#include "kernel_fixtures.h"
+#include "records.h"
+#include "samples.h"
+#include "support/test_support.h"
+#include "variants.h"
 
 namespace tintra3 {
 namespace {
@@ -15,20 +18,36 @@ using namespace test;
 // except on the interleaved simplex path, which keeps s << 5 (s << 4).
 // Input counts other than 1, 3 and 4 are not interpolated: zeros.
 std::vector<uint32_t> Reference(const Method0Transform& t, uint16_t bits, bool out16, int layout, const uint32_t* x) {
-    const uint32_t in = t.inputChannels, *grid = U32(t.curvedGrid);
+    const uint32_t in = t.inputChannels;
+    const uint32_t* grid = U32(t.curvedGrid);
     const uint32_t far = (in == 3 ? t.farCorner3 : t.farCorner4) & 0xFFFF;
-    uint32_t u[4], corner[4] = {far, far, far, far}, base = 0, index = 0;
+    uint32_t u[4];
+    uint32_t corner[4] = {far, far, far, far};
+    uint32_t base = 0;
+    uint32_t index = 0;
     for (uint32_t c = 0; c < in && c < 4; ++c) u[c] = bits == 8 ? x[c] : x[c] >> 8;
-    for (uint32_t c = 0; (in == 3 || in == 4) && c < in; ++c)
-        base += t.simplexInput[c][u[c]].offset, index += t.simplexInput[c][u[c]].index;
+    for (uint32_t c = 0; (in == 3 || in == 4) && c < in; ++c) {
+        base += t.simplexInput[c][u[c]].offset;
+        index += t.simplexInput[c][u[c]].index;
+    }
     const uint8_t* w = in == 3 ? t.simplex3[index].w : in == 4 ? t.simplex4[index].w : nullptr;
-    if (in == 3) corner[0] = t.simplex3[index].a, corner[1] = t.simplex3[index].b;
-    if (in == 4) corner[0] = t.simplex4[index].a, corner[1] = t.simplex4[index].b, corner[2] = t.simplex4[index].c;
+    if (in == 3) {
+        corner[0] = t.simplex3[index].a;
+        corner[1] = t.simplex3[index].b;
+    }
+    if (in == 4) {
+        corner[0] = t.simplex4[index].a;
+        corner[1] = t.simplex4[index].b;
+        corner[2] = t.simplex4[index].c;
+    }
     std::vector<uint32_t> result;
     for (uint32_t k = 0; k < t.outputChannels; ++k) {
-        int64_t code = 0, s = 0;
+        int64_t code = 0;
+        int64_t s = 0;
         if (in == 1) {
-            const int64_t n = Bytes(t.monoCell)[u[0]] * t.strides[0], g0 = grid[n + k], g1 = grid[n + t.strides[0] + k];
+            const int64_t n = Bytes(t.monoCell)[u[0]] * t.strides[0];
+            const int64_t g0 = grid[n + k];
+            const int64_t g1 = grid[n + t.strides[0] + k];
             code = (g0 + (((g1 - g0) * U16(t.monoFraction)[u[0]]) >> 8)) & 255;
         } else if (in == 3 || in == 4) {
             int64_t g[5] = {grid[base + k]};  // K0, then corners A, B, (C,) D
@@ -59,16 +78,19 @@ int64_t Interpolate(const Method1Transform& t, const uint32_t* cell, const uint3
 // One pixel through the record, field by field. Input counts other than 1, 3
 // and 4 are not interpolated: entry 0 of each output table, 0 past the fourth.
 std::vector<uint32_t> Reference(const Method1Transform& t, uint16_t bits, bool out16, int, const uint32_t* x) {
-    const bool altIn = t.useAltInputTables != 0, altOut = t.useAltOutputTables != 0;
+    const bool altIn = t.useAltInputTables != 0;
+    const bool altOut = t.useAltOutputTables != 0;
     const bool interpolated = t.inputChannels == 1 || t.inputChannels == 3 || t.inputChannels == 4;
-    uint32_t cell[4], fraction[4];
+    uint32_t cell[4];
+    uint32_t fraction[4];
     for (uint32_t j = 0; interpolated && j < t.inputChannels; ++j) {
         const ValueBuffer* table = bits == 8 ? (altIn ? t.altInputTable256 : t.inputTable256)
                                    : bits == 10 ? (altIn ? t.altInputTable1024 : t.inputTable1024)
                                    : (altIn ? t.altInputTable4096 : t.inputTable4096);
         const uint32_t s = U16(table[j])[bits == 8 ? x[j] : bits == 10 ? x[j] / 64 : bits == 12 ? x[j] / 16
                                                                                      : (x[j] * 4095 + 32768) / 65536];
-        cell[j] = U16(t.gridIndex)[s], fraction[j] = U32(t.gridFraction)[s];
+        cell[j] = U16(t.gridIndex)[s];
+        fraction[j] = U32(t.gridFraction)[s];
     }
     std::vector<uint32_t> result;
     for (uint32_t k = 0; k < t.outputChannels; ++k) {
@@ -91,10 +113,15 @@ void Check(const T& t, uint32_t lines, uint32_t width, uint32_t seed) {
 // with either table set. 111 pixels: odd, as method 0 pairs outputs in a word.
 TEST(Kernels, EveryVariantMatchesReference) {
     for (uint32_t p = 0; p < 22; ++p) {
-        const uint32_t in = p < 20 ? p / 4 + 1 : p == 20 ? 2 : 5, out = p < 20 ? p % 4 + 1 : 6;
+        const uint32_t in = p < 20 ? p / 4 + 1 : p == 20 ? 2 : 5;
+        const uint32_t out = p < 20 ? p % 4 + 1 : 6;
         Check(Method0Fixture(in, out, in * 10 + out).t, 3, 37, in * 7 + out);
         Method1Fixture f(in, out, in == 1 ? 5 : 3, in * 10 + out);
-        for (uint32_t alt : {0u, 1u}) f.t.useAltInputTables = f.t.useAltOutputTables = alt, Check(f.t, 3, 37, alt);
+        for (uint32_t alt : {0u, 1u}) {
+            f.t.useAltInputTables = alt;
+            f.t.useAltOutputTables = alt;
+            Check(f.t, 3, 37, alt);
+        }
     }
 }
 
@@ -102,7 +129,10 @@ TEST(Kernels, EveryVariantMatchesReference) {
 // 2 codes away from black: corners and weights pair up as the builder meant,
 // which a reference reading the same tables cannot tell.
 TEST(Kernels, RealTransformsMatchReference) {
-    struct Pair { const char *from, *to; } const pairs[] = {
+    struct Pair {
+        const char* from;
+        const char* to;
+    } const pairs[] = {
         {"sRGB.icc", "sRGB.icc"},                        // near identity
         {"sRGB.icc", "compatibleWithAdobeRGB1998.icc"},  // matrix to matrix
         {"ghostscript/default_cmyk.icc", "sRGB.icc"},    // 4 inputs (method 0: the index wraps)
@@ -110,20 +140,24 @@ TEST(Kernels, RealTransformsMatchReference) {
         {"Gray.icc", "sRGB.icc"},                        // monochrome, 256 points
         {"sRGB.icc", "Gray-CIE_L.icc"},                  // 1 output
     };
-    std::vector<uint8_t> pixels(3 << 18), out(3 << 18);  // 64 + 3 * (0..63) on each axis
+    std::vector<uint8_t> pixels(3 << 18);  // 64 + 3 * (0..63) on each axis
+    std::vector<uint8_t> out(3 << 18);
     for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = uint8_t(64 + 3 * (i / 3 >> (12 - 6 * (i % 3)) & 63));
     for (const Pair& p : pairs) {
         SCOPED_TRACE(testing::Message() << p.from << " -> " << p.to);
-        ProfileFile from{}, to{};
+        ProfileFile from{};
+        ProfileFile to{};
         ASSERT_EQ(OpenProfile(RealProfile(p.from).c_str(), &from), 1);
         ASSERT_EQ(OpenProfile(RealProfile(p.to).c_str(), &to), 1);
         const std::shared_ptr<Method0Transform> t0(CreateMethod0Transform(), DestroyMethod0Transform);
         const std::shared_ptr<Method1Transform> t1(CreateMethod1Transform(), DestroyMethod1Transform);
         const bool built = BuildMethod0Transform(t0.get(), 0, &from, &to, 0) == 1 &&
                            BuildMethod1Transform(t1.get(), 0, &from, &to, 0) == 1;
-        CloseProfile(&from), CloseProfile(&to);
+        CloseProfile(&from);
+        CloseProfile(&to);
         ASSERT_TRUE(built);
-        Check(*t0, 4, 50, 5), Check(*t1, 4, 50, 7);
+        Check(*t0, 4, 50, 5);
+        Check(*t1, 4, 50, 7);
         for (uint16_t m = 0; &p == pairs && m < 2; ++m) {
             Convert(m, m ? (void*)t1.get() : t0.get(), 0, 8, false, 3, 3, pixels.data(), out.data(), 1, 1 << 18);
             for (size_t i = 0; i < out.size(); ++i) ASSERT_LE(std::abs(out[i] - pixels[i]), 2) << m << ": " << i;
@@ -150,7 +184,8 @@ TEST(Kernels, Method1IndexAndInterpolationEdges) {
         Method1Fixture f(1, 1, 2, 1);
         std::vector<uint16_t> table(c.bits == 8 ? 256 : c.bits == 10 ? 1024 : 4096, 0);
         std::vector<uint32_t> fraction(4096, 0);
-        table[c.entry] = 100, fraction[100] = c.f;
+        table[c.entry] = 100;
+        fraction[100] = c.f;
         (c.bits == 8 ? f.t.inputTable256 : c.bits == 10 ? f.t.inputTable1024 : f.t.inputTable4096)[0] = f.Buffer(table);
         f.t.clut = f.Buffer(std::vector<uint16_t>{c.a, c.b});
         f.t.gridIndex = f.Buffer(std::vector<uint16_t>(4096, 0));

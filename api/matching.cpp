@@ -1,8 +1,8 @@
 // Pixel-run dispatch: CMatching1 (in place) and CMatching2 (source to
 // destination) check a block against its buffer and the transform's channel
-// counts, then hand the whole block to the one kernel that the kernel tables
-// give for (method, input depth, layout, output depth, channel counts).
-#include <cstddef>
+// counts, then hand the whole block to the one kernel that the registry
+// gives for (method, input depth, output depth, channel counts, layout) in
+// the instruction set chosen at first use.
 #include <cstdint>
 
 #include "api/exports.h"
@@ -14,26 +14,23 @@
 namespace tintra3 {
 namespace {
 
-// Dispatch reads the two channel-count bytes without knowing the record type.
-static_assert(offsetof(Method0Transform, inputChannels) == offsetof(Method1Transform, inputChannels));
-static_assert(offsetof(Method0Transform, outputChannels) == offsetof(Method1Transform, outputChannels));
-
 struct Channels {
     uint32_t in;
     uint32_t out;
 };
 
-// A record whose build or tone-curve rebuild failed may lack its tables: it
-// must not reach a kernel. Asked only once the method is known to be 0 or 1.
-bool Ready(const MatchingSelector* selector) {
-    if (selector->method == 0) return static_cast<const Method0Transform*>(selector->transform)->ready != 0;
-    return static_cast<const Method1Transform*>(selector->transform)->ready != 0;
+// Both records begin with the header, so the counts and the ready flag are
+// read before the method is checked.
+const TransformHeader* Header(const MatchingSelector* selector) {
+    return static_cast<const TransformHeader*>(selector->transform);
 }
 
+// A record whose build or tone-curve rebuild failed may lack its tables: it
+// must not reach a kernel.
+bool Ready(const MatchingSelector* selector) { return Header(selector)->ready != 0; }
+
 Channels ReadChannels(const MatchingSelector* selector) {
-    const auto* record = static_cast<const uint8_t*>(selector->transform);
-    return Channels{record[offsetof(Method1Transform, inputChannels)],
-                    record[offsetof(Method1Transform, outputChannels)]};
+    return Channels{Header(selector)->inputChannels, Header(selector)->outputChannels};
 }
 
 // Bytes the source block occupies: lines x width x input channels, twice
@@ -71,25 +68,10 @@ uint32_t Dispatch(const MatchingSelector* selector, const void* source, void* de
     // An empty block converts nothing (the method 0 kernels need a pixel).
     if (lines == 0 || width == 0) return kOk;
 
-    const bool deep = bitsIn != 8;
-    const bool out16 = bitsOut != 8;
-    if (selector->method == 0) {
-        const auto* t = static_cast<const Method0Transform*>(selector->transform);
-        if (layout == 0) {
-            if (Method0InterleavedKernel kernel = FindMethod0Interleaved(deep, out16, channels.in, channels.out))
-                kernel(t, source, destination, lines, width);
-        } else if (Method0PlanarKernel kernel = FindMethod0Planar(deep, out16, layout)) {
-            kernel(t, source, destination, lines, width, channels.in, channels.out);
-        }
-    } else {
-        const auto* t = static_cast<const Method1Transform*>(selector->transform);
-        if (layout == 0) {
-            if (Method1InterleavedKernel kernel = FindMethod1Interleaved(bitsIn, out16, channels.in, channels.out))
-                kernel(t, source, destination, lines, width);
-        } else if (Method1PlanarKernel kernel = FindMethod1Planar(deep, out16, layout)) {
-            kernel(t, source, destination, lines, width, bitsIn, channels.in, channels.out);
-        }
-    }
+    const Kernel kernel =
+        FindKernel(ActiveIsa(), selector->method, bitsIn, bitsOut == 8 ? 8 : 16, channels.in, channels.out, layout);
+    if (kernel != nullptr)
+        kernel(Header(selector), source, destination, lines, width, bitsIn, channels.in, channels.out);
     return kOk;
 }
 

@@ -1,15 +1,16 @@
 // Method 0 pixel kernels: interleaved (one instantiation per input class,
 // output depth and channel pair) and planar (generic in the channel counts).
+// Included once per instruction set by isa_*.cpp (no include guard on
+// purpose); an instruction set with a wide path defines TINTRA3_WIDE_METHOD0
+// and a WideMethod0Interleaved that converts a leading part of the run.
 //
 // Everything runs at 8-bit precision through the curved grid of a
 // Method0Transform: deeper input is cut to its high byte, each pixel finds its
 // cell and weights by table lookup alone, and 16-bit output is the 8-bit result
 // scaled up (the interleaved simplex kernels keep their fractional bits).
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <utility>
 
 #include "kernels/kernels.h"
 #include "transform/method0.h"
@@ -62,9 +63,9 @@ struct Tables {
 
 inline Tables FetchTables(const Method0Transform* t) {
     Tables tables{};
-    tables.grid = U32(t->curvedGrid);
-    tables.monoCell = Bytes(t->monoCell);
-    tables.monoFraction = U16(t->monoFraction);
+    tables.grid = static_cast<const uint32_t*>(t->curvedGrid.data);
+    tables.monoCell = static_cast<const uint8_t*>(t->monoCell.data);
+    tables.monoFraction = static_cast<const uint16_t*>(t->monoFraction.data);
     tables.stride = t->strides[0];
     for (int c = 0; c < 4; ++c) tables.input[c] = t->simplexInput[c];
     tables.simplex3 = t->simplex3;
@@ -186,9 +187,16 @@ void Method0Interleaved(const Method0Transform* t, const void* source, void* des
     constexpr size_t kInBytes = In * (Deep ? 2 : 1);
     constexpr size_t kOutBytes = Out * (Out16 ? 2 : 1);
 
+    uint32_t done = 0;
+#if defined(TINTRA3_WIDE_METHOD0)
+    if constexpr (In == 3 || In == 4) done = WideMethod0Interleaved<Deep, Out16, In, Out>(t, src, dst, pixels);
+#endif
+    src += size_t(done) * kInBytes;
+    dst += size_t(done) * kOutBytes;
+
     // Every sample of a pixel is read before any of its outputs is written,
     // so destination == source converts in place.
-    for (uint32_t count = pixels; count != 0; --count, src += kInBytes, dst += kOutBytes) {
+    for (uint32_t count = pixels - done; count != 0; --count, src += kInBytes, dst += kOutBytes) {
         uint32_t u[In];
         for (uint32_t c = 0; c < In; ++c) u[c] = LoadCode<Deep>(src, c);
 
@@ -299,50 +307,5 @@ void Method0Planar(const Method0Transform* t, const void* source, void* destinat
     }
 }
 
-// ---- kernel tables ---------------------------------------------------------
-
-constexpr uint32_t kChannelCounts[3] = {1, 3, 4};
-
-// Row index: deep * 18 + out16 * 9 + (input count position) * 3 + (output count position).
-template <size_t I>
-constexpr Method0InterleavedKernel InterleavedAt() {
-    return &Method0Interleaved<(I / 18) != 0, ((I / 9) % 2) != 0, kChannelCounts[(I / 3) % 3],
-                               kChannelCounts[I % 3]>;
-}
-
-template <size_t... I>
-constexpr std::array<Method0InterleavedKernel, sizeof...(I)> MakeInterleavedTable(std::index_sequence<I...>) {
-    return {InterleavedAt<I>()...};
-}
-
-constexpr auto kInterleaved = MakeInterleavedTable(std::make_index_sequence<36>());
-
-// Row index: deep * 4 + out16 * 2 + (layout - 1).
-constexpr std::array<Method0PlanarKernel, 8> kPlanar = {
-    &Method0Planar<false, false, 1>, &Method0Planar<false, false, 2>,
-    &Method0Planar<false, true, 1>,  &Method0Planar<false, true, 2>,
-    &Method0Planar<true, false, 1>,  &Method0Planar<true, false, 2>,
-    &Method0Planar<true, true, 1>,   &Method0Planar<true, true, 2>,
-};
-
-// Position of a channel count in kChannelCounts, or -1.
-constexpr int CountPosition(uint32_t channels) {
-    return channels == 1 ? 0 : channels == 3 ? 1 : channels == 4 ? 2 : -1;
-}
-
 }  // namespace
-
-Method0InterleavedKernel FindMethod0Interleaved(bool deepInput, bool out16, uint32_t inChannels,
-                                                uint32_t outChannels) {
-    const int in = CountPosition(inChannels);
-    const int out = CountPosition(outChannels);
-    if (in < 0 || out < 0) return nullptr;
-    return kInterleaved[(deepInput ? 18 : 0) + (out16 ? 9 : 0) + in * 3 + out];
-}
-
-Method0PlanarKernel FindMethod0Planar(bool deepInput, bool out16, uint16_t layout) {
-    if (layout != 1 && layout != 2) return nullptr;
-    return kPlanar[(deepInput ? 4 : 0) + (out16 ? 2 : 0) + (layout - 1)];
-}
-
 }  // namespace tintra3

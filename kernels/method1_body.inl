@@ -1,5 +1,5 @@
 // Method 1 pixel kernels: 16-bit multilinear interpolation through a
-// Method1Transform. One template over input depth, output depth and channel
+// Method1Transform. Included once per instruction set by isa_*.cpp. One template over input depth, output depth and channel
 // counts makes the 72 interleaved kernels (in-place conversion reuses them);
 // the planar kernels pick the same per-pixel routine by channel counts once
 // per block (any other count runs a generic one). On x86-64 the
@@ -9,48 +9,22 @@
 //   sample --input table--> 12-bit coordinate --gridIndex/gridFraction-->
 //   cell + 16.16 fractions --multilinear over clut--> 16-bit r
 //   --(r * 4095 + 0x8000) >> 16--> 12-bit index --output table--> sample
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstring>
 #include <utility>
 
-#if defined(__SSE2__) || defined(_M_X64)
+#if defined(TINTRA3_KERNELS_SSE2)
 #include <emmintrin.h>
+#endif
+#if defined(__AVX2__)
+#include <immintrin.h>
 #endif
 
 #include "kernels/kernels.h"
 #include "transform/method1.h"
 
 namespace tintra3 {
-
-// ---- table accessors -------------------------------------------------------
-// The record has four table slots per group; a channel beyond them has no table.
-
-const uint16_t* GetInputTable8(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return U16(t->useAltInputTables ? t->altInputTable256[channel] : t->inputTable256[channel]);
-}
-
-const uint16_t* GetInputTable10(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return U16(t->useAltInputTables ? t->altInputTable1024[channel] : t->inputTable1024[channel]);
-}
-
-const uint16_t* GetInputTable16(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return U16(t->useAltInputTables ? t->altInputTable4096[channel] : t->inputTable4096[channel]);
-}
-
-const uint8_t* GetOutputTable8(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return Bytes(t->useAltOutputTables ? t->altOutputTable8[channel] : t->outputTable8[channel]);
-}
-
-const uint16_t* GetOutputTable16(const Method1Transform* t, uint32_t channel) {
-    if (channel >= 4) return nullptr;
-    return U16(t->useAltOutputTables ? t->altOutputTable16[channel] : t->outputTable16[channel]);
-}
 
 namespace {
 
@@ -146,8 +120,9 @@ struct OutputDepth<true> {
 // are plain locals the compiler keeps in registers, with no loop whose trip
 // count depends on the depth of the interpolation tree.
 
-// SSE2 is part of every x86-64 target; elsewhere the portable code runs.
-#if defined(__SSE2__) || defined(_M_X64)
+// The SSE2 and AVX2 units define TINTRA3_KERNELS_SSE2; the portable unit
+// runs the scalar steps even where the compiler could use SSE2.
+#if defined(TINTRA3_KERNELS_SSE2)
 #define TINTRA3_M1_SSE2 1
 #endif
 
@@ -166,7 +141,8 @@ struct Grid {
 };
 
 Grid FetchGrid(const Method1Transform* t) {
-    return Grid{U16(t->gridIndex), U32(t->gridFraction), U16(t->clut),
+    return Grid{static_cast<const uint16_t*>(t->gridIndex.data), static_cast<const uint32_t*>(t->gridFraction.data),
+                static_cast<const uint16_t*>(t->clut.data),
                 {t->strides[0], t->strides[1], t->strides[2], t->strides[3]}};
 }
 
@@ -199,8 +175,12 @@ struct Cell {
 // along that bit's channel: one 32-bit add per corner, in increasing m.
 template <int N, size_t M>
 TINTRA3_PIXEL_INLINE void FormCorner(const uint32_t* stride, uint32_t base, uint32_t* corner) {
-    if constexpr (M == 0) corner[0] = base;
-    else corner[M] = corner[M & (M - 1)] + stride[N - 1 - std::countr_zero(M)];
+    if constexpr (M == 0) {
+        corner[0] = base;
+    } else {
+        constexpr int kChannel = N - 1 - std::countr_zero(M);
+        corner[M] = corner[M & (M - 1)] + stride[kChannel];
+    }
 }
 
 template <int N, size_t... M>
@@ -338,10 +318,72 @@ TINTRA3_PIXEL_INLINE void InterpolatePixelSse2(const Grid& g, const Cell<N>& cel
 }
 #endif
 
+#if defined(__AVX2__)
+// The same interpolation on AVX2 in 32-bit lanes: the scalar step word for
+// word (a << 16) + (b - a) * f + 0x8000, wrapping alike, then >> 16. A
+// register holds two tree nodes of four channels (channel 3 unused for three
+// outputs), so each step works on two nodes of every channel at once.
+TINTRA3_PIXEL_INLINE __m256i Lerp32(__m256i a, __m256i b, __m256i f) {
+    const __m256i shifted = _mm256_slli_epi32(a, 16);
+    const __m256i step = _mm256_mullo_epi32(_mm256_sub_epi32(b, a), f);
+    return _mm256_srli_epi32(_mm256_add_epi32(_mm256_add_epi32(shifted, step), _mm256_set1_epi32(0x8000)), 16);
+}
+
+TINTRA3_PIXEL_INLINE __m128i Lerp32(__m128i a, __m128i b, __m128i f) {
+    const __m128i shifted = _mm_slli_epi32(a, 16);
+    const __m128i step = _mm_mullo_epi32(_mm_sub_epi32(b, a), f);
+    return _mm_srli_epi32(_mm_add_epi32(_mm_add_epi32(shifted, step), _mm_set1_epi32(0x8000)), 16);
+}
+
+// Grid nodes a and b, channels widened to 32 bits: [a | b].
+template <int Out>
+TINTRA3_PIXEL_INLINE __m256i LoadNodePair(const uint16_t* clut, uint32_t a, uint32_t b) {
+    return _mm256_cvtepu16_epi32(_mm_unpacklo_epi64(LoadNode<Out>(clut, a), LoadNode<Out>(clut, b)));
+}
+
+// Register v of a level holds tree nodes 2v (low half) and 2v + 1 (high half).
+template <int N, int Out>
+TINTRA3_PIXEL_INLINE void InterpolatePixelAvx2(const Grid& g, const Cell<N>& cell, uint32_t* index) {
+    constexpr int kRegisters = 1 << (N - 2);  // after the first step
+    __m256i level[kRegisters];
+    {
+        const __m256i f = _mm256_set1_epi32(int(cell.fraction[N - 1]));
+        for (int v = 0; v < kRegisters; ++v) {
+            const __m256i lower = LoadNodePair<Out>(g.clut, cell.corner[4 * v], cell.corner[4 * v + 2]);
+            const __m256i upper = LoadNodePair<Out>(g.clut, cell.corner[4 * v + 1], cell.corner[4 * v + 3]);
+            level[v] = Lerp32(lower, upper, f);
+        }
+    }
+    for (int j = N - 2, count = kRegisters; j >= 1; --j, count /= 2) {
+        const __m256i f = _mm256_set1_epi32(int(cell.fraction[j]));
+        for (int v = 0; v < count / 2; ++v) {
+            const __m256i lower = _mm256_permute2x128_si256(level[2 * v], level[2 * v + 1], 0x20);
+            const __m256i upper = _mm256_permute2x128_si256(level[2 * v], level[2 * v + 1], 0x31);
+            level[v] = Lerp32(lower, upper, f);
+        }
+    }
+    const __m128i r = Lerp32(_mm256_castsi256_si128(level[0]), _mm256_extracti128_si256(level[0], 1),
+                             _mm_set1_epi32(int(cell.fraction[0])));
+    // (r * 4095 + 0x8000) >> 16, r < 2^16.
+    const __m128i e =
+        _mm_srli_epi32(_mm_add_epi32(_mm_mullo_epi32(r, _mm_set1_epi32(4095)), _mm_set1_epi32(0x8000)), 16);
+    index[0] = uint32_t(_mm_extract_epi32(e, 0));
+    index[1] = uint32_t(_mm_extract_epi32(e, 1));
+    index[2] = uint32_t(_mm_extract_epi32(e, 2));
+    if constexpr (Out == 4) index[3] = uint32_t(_mm_extract_epi32(e, 3));
+}
+#endif
+
 // Output-table indices of a constant number of output channels.
 template <int N, int Out>
 TINTRA3_PIXEL_INLINE void InterpolatePixel(const Grid& g, const uint32_t* coordinate, uint32_t* index) {
     const Cell<N> cell = LocateCell<N>(g, coordinate);
+#if defined(__AVX2__)
+    if constexpr (N >= 3 && (Out == 3 || Out == 4)) {
+        InterpolatePixelAvx2<N, Out>(g, cell, index);
+        return;
+    }
+#endif
 #if defined(TINTRA3_M1_SSE2)
     if constexpr (N >= 3 && (Out == 3 || Out == 4)) {
         InterpolatePixelSse2<N, Out>(g, cell, index);
@@ -394,36 +436,6 @@ void Method1Interleaved(const Method1Transform* t, const void* source, void* des
         InterpolatePixel<In, Out>(g, coordinate, index);
         for (int k = 0; k < Out; ++k) Store::Store(dst, p * Out + k, outputTable[k][index[k]]);
     }
-}
-
-constexpr int kDepths[] = {8, 10, 12, 16};
-constexpr int kChannels[] = {1, 3, 4};
-constexpr size_t kInterleavedCount = std::size(kDepths) * 2 * std::size(kChannels) * std::size(kChannels);
-
-// Key = ((depth * 2 + out16) * 3 + in) * 3 + out, each a position in the lists above.
-template <size_t Key>
-constexpr Method1InterleavedKernel InterleavedAt() {
-    return &Method1Interleaved<kDepths[Key / 18], (Key / 9) % 2 == 1, kChannels[(Key / 3) % 3], kChannels[Key % 3]>;
-}
-
-template <size_t... Keys>
-constexpr std::array<Method1InterleavedKernel, sizeof...(Keys)> MakeInterleavedTable(std::index_sequence<Keys...>) {
-    return {InterleavedAt<Keys>()...};
-}
-
-constexpr auto kInterleaved = MakeInterleavedTable(std::make_index_sequence<kInterleavedCount>{});
-static_assert(kInterleaved.size() == 72, "4 input depths x 2 output depths x 9 channel pairs");
-
-int DepthPosition(uint16_t bits) {
-    for (size_t i = 0; i < std::size(kDepths); ++i)
-        if (kDepths[i] == bits) return int(i);
-    return -1;
-}
-
-int ChannelPosition(uint32_t channels) {
-    for (size_t i = 0; i < std::size(kChannels); ++i)
-        if (uint32_t(kChannels[i]) == channels) return int(i);
-    return -1;
 }
 
 // ---- planar kernels ----------------------------------------------------------
@@ -559,27 +571,5 @@ void Method1PlanarDeep(const Method1Transform* t, const void* source, void* dest
     }
 }
 
-// Indexed by [deepInput][out16][layout - 1].
-constexpr Method1PlanarKernel kPlanar[2][2][2] = {
-    {{&Method1Planar8<false, 1>, &Method1Planar8<false, 2>}, {&Method1Planar8<true, 1>, &Method1Planar8<true, 2>}},
-    {{&Method1PlanarDeep<false, 1>, &Method1PlanarDeep<false, 2>},
-     {&Method1PlanarDeep<true, 1>, &Method1PlanarDeep<true, 2>}},
-};
-
 }  // namespace
-
-Method1InterleavedKernel FindMethod1Interleaved(uint16_t bitsIn, bool out16, uint32_t inChannels,
-                                                uint32_t outChannels) {
-    const int depth = DepthPosition(bitsIn);
-    const int in = ChannelPosition(inChannels);
-    const int out = ChannelPosition(outChannels);
-    if (depth < 0 || in < 0 || out < 0) return nullptr;
-    return kInterleaved[((size_t(depth) * 2 + (out16 ? 1 : 0)) * 3 + size_t(in)) * 3 + size_t(out)];
-}
-
-Method1PlanarKernel FindMethod1Planar(bool deepInput, bool out16, uint16_t layout) {
-    if (layout != 1 && layout != 2) return nullptr;
-    return kPlanar[deepInput ? 1 : 0][out16 ? 1 : 0][layout - 1];
-}
-
 }  // namespace tintra3

@@ -1,0 +1,22 @@
+// The kernels with AVX2 (built with -mavx2 -mbmi2 -mfma): method 0 with
+// three and four input channels converts eight pixels per step with gathers
+// from the kernel layout; the rest as in the SSE2 unit.
+//
+// Only code in anonymous namespaces is compiled here, so no inline function
+// built with these flags can be picked by the linker for another unit.
+#include "kernels/isa_units.h"
+
+#if defined(__AVX2__)
+#include "transform/method0.h"
+#include "transform/method1.h"
+
+#define TINTRA3_KERNELS_SSE2 1
+#include "kernels/method0_wide_avx2.inl"
+#include "kernels/method0_body.inl"
+#include "kernels/method1_body.inl"
+
+#define TINTRA3_KERNEL_TABLE Avx2Kernels
+#include "kernels/kernel_table.inl"
+#else
+const tintra3::KernelTable* tintra3::Avx2Kernels() { return nullptr; }
+#endif
