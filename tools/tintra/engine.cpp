@@ -231,6 +231,7 @@ public:
     PageConverter(const Image& page, const std::string& inName, const Profile& src, const Profile& dst,
                   const ConvertOptions& options, unsigned workers)
         : inName_(inName), src_(src), dst_(dst), settings_(options.match), lanes_(workers) {
+        if (settings_.bitsOut == 0) settings_.bitsOut = uint16_t(page.bits);
         const uint32_t w = page.width, h = page.height;
         // Band height: about 64K pixels, a multiple of 16 lines, within the
         // 16-bit line count and the 32-bit buffer sizes. The destination

@@ -22,7 +22,7 @@ constexpr int32_t kIntentSaturation = 3;
 struct MatchSettings {
     uint16_t method = 1;
     int32_t intent = kIntentPerceptual;
-    uint16_t bitsOut = 8;
+    uint16_t bitsOut = 8;  // 0 in ConvertOptions: each page keeps its own depth
 };
 
 struct ConvertOptions {

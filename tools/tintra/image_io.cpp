@@ -915,6 +915,13 @@ bool JpegBegin(JpegOut* j, const Image* page, int quality) {
     // jpeg_set_colorspace adds and the inverted samples that marker implies.
     if (page->colourChannels == 4) jpeg_set_colorspace(&j->info, JCS_CMYK);
     jpeg_set_quality(&j->info, quality, TRUE);
+    // At high quality the colour detail is kept too (no 2x2 chroma
+    // subsampling): prepress work is the reason to ask for it.
+    if (quality >= 90)
+        for (int c = 0; c < j->info.num_components; ++c) {
+            j->info.comp_info[c].h_samp_factor = 1;
+            j->info.comp_info[c].v_samp_factor = 1;
+        }
     const Metadata& m = page->meta;
     if (m.hasResolution && (m.resolutionUnit == 2 || m.resolutionUnit == 3)) {
         j->info.density_unit = m.resolutionUnit == 2 ? 1 : 2;

@@ -381,7 +381,8 @@ int Convert(const std::vector<std::string>& argv) {
     const Image first = reader->page();
     if (!outFormat) outFormat = reader->format();
     if (planar && *outFormat != FileFormat::kTiff) throw Failure("--planar needs a TIFF output", true);
-    if (!args.Has("bits")) match.bitsOut = *outFormat == FileFormat::kJpeg ? 8 : uint16_t(first.bits);
+    // Without --bits every page keeps its depth (JPEG has only 8 bits).
+    if (!args.Has("bits")) match.bitsOut = *outFormat == FileFormat::kJpeg ? 8 : 0;
     options.match = match;
 
     // The profile of each page: the one named, else the page's own, else the
@@ -405,7 +406,7 @@ int Convert(const std::vector<std::string>& argv) {
     Image outShape = first.Band(first.height);
     outShape.colourChannels = std::max(1, ChannelsOf(dst.ColorSpace()));
     outShape.colorSpace = dst.ColorSpace();
-    outShape.bits = match.bitsOut;
+    outShape.bits = match.bitsOut ? match.bitsOut : first.bits;
     outShape.planar = planar;
     const std::string reason = CannotHold(*outFormat, outShape, reader->pageCount());
     if (!reason.empty()) {
