@@ -599,6 +599,8 @@ TEST_F(TintraImage, HostileImagesFailCleanly) {
     };
     std::ofstream(Path("huge.tif"), std::ios::binary)
         << RawTiff(rgb(36000, 36000, 3, 36000u * 36000u * 3u), std::string(700, '\x40'));  // 840 bytes
+    std::ofstream(Path("wide.tif"), std::ios::binary) << RawTiff(rgb(5000000, 4, 3, 60000000), std::string(700, 'x'));
+    std::ofstream(Path("wider.tif"), std::ios::binary) << RawTiff(rgb(100000000, 1, 3, 300000000), std::string(700, 'x'));
     std::ofstream(Path("truncated.tif"), std::ios::binary) << RawTiff(rgb(64, 64, 3, 64 * 64 * 3), std::string(500, 'x'));
     std::ofstream(Path("samples.tif"), std::ios::binary) << RawTiff(rgb(8, 8, 7, 8 * 8 * 7), std::string(448, 'x'));
     WritePng(Path("whole.png"), 64, 64, "", 0, {});
@@ -622,6 +624,8 @@ TEST_F(TintraImage, HostileImagesFailCleanly) {
         const char* message;
     } cases[] = {
         {"huge.tif", "cannot read image"},          // 36000x36000 claimed by 840 bytes: no 3.9 GB image
+        {"wide.tif", "cannot read image"},          // 15 MB lines claimed: no band of them before data
+        {"wider.tif", "too wide for this tool"},    // 300 MB lines refused outright
         {"truncated.tif", "cannot read image"},     // strip shorter than the lines
         {"samples.tif", "7 samples per pixel for 3 colour channels"},
         {"truncated.png", "cannot read image"},

@@ -233,8 +233,8 @@ public:
         : inName_(inName), src_(src), dst_(dst), settings_(options.match), lanes_(workers) {
         if (settings_.bitsOut == 0) settings_.bitsOut = uint16_t(page.bits);
         const uint32_t w = page.width, h = page.height;
-        // Band height: about 64K pixels, a multiple of 16 lines, within the
-        // 16-bit line count and the 32-bit buffer sizes. The destination
+        // Band height: about 64K pixels, within the 16-bit line count and the
+        // 32-bit buffer sizes. The destination
         // scratch has room for four 16-bit channels whatever the profile
         // claims, so a lut with more outputs than its colour space cannot
         // write past it.
@@ -243,7 +243,7 @@ public:
         if (scratchLine > UINT32_MAX)
             throw Failure("'" + inName + "' is too wide for the library (32-bit buffer sizes)");
         uint64_t lines = options.blockLines;
-        if (lines == 0) lines = (std::max<uint64_t>(1, 65536 / w) + 15) / 16 * 16;
+        if (lines == 0) lines = std::max<uint64_t>(1, 65536 / w);
         lines = std::min<uint64_t>({lines, 65535, h, UINT32_MAX / scratchLine});
         bandLines_ = uint32_t(std::max<uint64_t>(1, lines));
 
@@ -254,23 +254,29 @@ public:
         params_.bitsIn = uint16_t(page.bits);
         params_.bitsOut = settings_.bitsOut;
         params_.layout = page.planar ? TINTRA_FRAME_PLANAR : TINTRA_INTERLEAVED;
+        outputPlanar_ = options.outputPlanar;
+    }
 
+    // Builds the first handle and checks what it produces. Called once the
+    // first band has been read: the buffers it needs grow with the width a
+    // header claims, and a file must show real lines before that is trusted.
+    void Build(const Image& page) {
         const double buildStart = Seconds();
         lanes_[0].matcher = std::make_unique<Matcher>();
-        const uint32_t status = lanes_[0].matcher->Init(params_, src, dst, settings_);
-        if (status != 0) throw InitFailure(status, params_, src, dst, settings_);
+        const uint32_t status = lanes_[0].matcher->Init(params_, src_, dst_, settings_);
+        if (status != 0) throw InitFailure(status, params_, src_, dst_, settings_);
         buildSeconds_ = Seconds() - buildStart;
         // The library has accepted both profiles; now they must fit the image.
-        CheckChannels(page.colourChannels, src, dst, inName);
+        CheckChannels(page.colourChannels, src_, dst_, inName_);
 
-        out_ = page.Band(h);
-        out_.colourChannels = ChannelsOf(dst.ColorSpace());
+        out_ = page.Band(page.height);
+        out_.colourChannels = ChannelsOf(dst_.ColorSpace());
         out_.bits = settings_.bitsOut;
-        out_.planar = options.outputPlanar;
-        out_.colorSpace = dst.ColorSpace();
-        out_.icc = dst.bytes;
+        out_.planar = outputPlanar_;
+        out_.colorSpace = dst_.ColorSpace();
+        out_.icc = dst_.bytes;
         out_.meta = page.meta;
-        ProbeChannels(page, uint32_t(inLine), uint32_t(scratchLine));
+        ProbeChannels(page, params_.bufferSize / bandLines_, params_.destinationBufferSize / bandLines_);
     }
 
     uint32_t bandLines() const { return bandLines_; }
@@ -327,6 +333,7 @@ private:
     const Profile& src_;
     const Profile& dst_;
     MatchSettings settings_;
+    bool outputPlanar_ = false;
     ImageParams params_{};
     uint32_t bandLines_ = 1;
     double buildSeconds_ = 0;
@@ -359,9 +366,10 @@ public:
 
     unsigned workers() const { return unsigned(pool_.size()); }
 
-    // Reads, converts and writes the page; `onLines` is told of each band
+    // Reads, converts and writes the page; `afterFirstRead` runs once the
+    // first band is in, before any conversion; `onLines` is told of each band
     // written.
-    void Run(ImageReader& reader, const Image& page, ImageWriter& writer,
+    void Run(ImageReader& reader, const Image& page, ImageWriter& writer, const std::function<void()>& afterFirstRead,
              const std::function<void(uint32_t)>& onLines) {
         const uint32_t h = page.height, band = converter_.bandLines();
         uint32_t readRow = 0, writtenRow = 0;
@@ -375,6 +383,7 @@ public:
                 Slot& slot = slots_[readSlot];
                 ShapeBand(slot.in, page, std::min(band, h - readRow));
                 reader.ReadLines(slot.in);
+                if (readRow == 0) afterFirstRead();
                 readRow += slot.in.height;
                 {
                     std::lock_guard<std::mutex> guard(lock_);
@@ -507,12 +516,15 @@ void ConvertPages(ImageReader& reader, const std::string& inName, const SourceCh
         const Profile src = sourceFor(page);
         const unsigned threads = std::max(1u, options.threads);
         PageConverter converter(page, inName, src, dst, options, threads);
-        if (pageIndex == 0) total.buildSeconds = converter.buildSeconds();
-        writer.BeginPage(converter.outPage(), pageIndex, pages);
         const uint32_t bands = (page.height + converter.bandLines() - 1) / converter.bandLines();
         BandPipeline pipeline(converter, std::min(threads, bands), inName);
         uint64_t pageLines = 0;
-        pipeline.Run(reader, page, writer, [&](uint32_t lines) {
+        const auto beginPage = [&] {
+            converter.Build(page);
+            if (pageIndex == 0) total.buildSeconds = converter.buildSeconds();
+            writer.BeginPage(converter.outPage(), pageIndex, pages);
+        };
+        pipeline.Run(reader, page, writer, beginPage, [&](uint32_t lines) {
             pageLines += lines;
             const double now = Seconds();
             if (options.progress && now - start > 0.3 && now - lastDrawn > 0.1) {

@@ -42,6 +42,12 @@ namespace {
 // fails at once instead of asking for terabytes.
 constexpr uint64_t kMaxImageBytes = uint64_t(1) << 32;
 
+// Widest line the tool takes, in bytes of samples (8 million 16-bit RGBA
+// pixels). The buffers of a band grow with the width a header claims before
+// any line has been read, so a few hostile bytes must not claim a line of
+// gigabytes.
+constexpr uint64_t kMaxLineBytes = uint64_t(64) << 20;
+
 // Largest row of tiles held while a tiled TIFF is read: a real file's tiles
 // are a few hundred lines high, a hostile header's may claim 65535.
 constexpr uint64_t kMaxTileRowBytes = uint64_t(1) << 28;
@@ -245,6 +251,8 @@ private:
         TIFFGetFieldDefaulted(tif, TIFFTAG_INKSET, &inkSet);
         TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
         if (width == 0 || height == 0) throw Bad("empty image");
+        if (uint64_t(width) * spp * (bps / 8 ? bps / 8 : 1) > kMaxLineBytes)
+            throw Bad("lines of " + std::to_string(width) + " pixels are too wide for this tool");
         if (bps != 8 && bps != 16) throw Bad(std::to_string(bps) + "-bit samples are not supported (8 or 16)");
         if (format != SAMPLEFORMAT_UINT) throw Bad("only unsigned integer samples are supported");
 

@@ -31,6 +31,12 @@
 #include "tools/tintra/image_io.h"
 #include "tools/tintra/profiles.h"
 
+// The build passes the project version; other builds of these sources
+// (the fuzz targets) need not.
+#ifndef TINTRA3_VERSION
+#define TINTRA3_VERSION "(unversioned build)"
+#endif
+
 namespace tintra3::cli {
 namespace {
 
