@@ -199,7 +199,7 @@ struct PngText {
 
 // An 8-bit RGB PNG of Pattern(0, ...), with the chunks asked for.
 void WritePng(const std::string& path, uint32_t w, uint32_t h, const std::string& icc, double gamma,
-              const std::vector<PngText>& texts) {
+              const std::vector<PngText>& texts, bool interlaced = false) {
     std::FILE* f = std::fopen(path.c_str(), "wb");
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
@@ -208,8 +208,8 @@ void WritePng(const std::string& path, uint32_t w, uint32_t h, const std::string
         return;
     }
     png_init_io(png, f);
-    png_set_IHDR(png, info, w, h, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
+    png_set_IHDR(png, info, w, h, 8, PNG_COLOR_TYPE_RGB, interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     if (gamma > 0) {
         png_set_gAMA(png, info, gamma);
         png_set_cHRM(png, info, 0.3127, 0.329, 0.68, 0.32, 0.2, 0.7, 0.15, 0.06);  // not sRGB's primaries
@@ -226,12 +226,14 @@ void WritePng(const std::string& path, uint32_t w, uint32_t h, const std::string
     }
     if (!chunks.empty()) png_set_text(png, info, chunks.data(), int(chunks.size()));
     png_write_info(png, info);
-    std::vector<uint8_t> line(size_t(w) * 3);
+    std::vector<uint8_t> image(size_t(w) * h * 3);
+    std::vector<png_bytep> rows(h);
     for (uint32_t y = 0; y < h; ++y) {
         for (uint32_t x = 0; x < w; ++x)
-            for (uint32_t s = 0; s < 3; ++s) line[x * 3 + s] = uint8_t(Pattern(0, x, y, s, 8));
-        png_write_row(png, line.data());
+            for (uint32_t s = 0; s < 3; ++s) image[(size_t(y) * w + x) * 3 + s] = uint8_t(Pattern(0, x, y, s, 8));
+        rows[y] = image.data() + size_t(y) * w * 3;
     }
+    png_write_image(png, rows.data());
     png_write_end(png, nullptr);
     png_destroy_write_struct(&png, &info);
     std::fclose(f);
@@ -491,7 +493,10 @@ TEST_F(TintraImage, PngKeepsTextAndFollowsItsProfileNotItsGamma) {
     const std::string srgb = Builtin("srgb");
     WritePng(Path("plain.png"), 16, 8, srgb, 0, {});
     WritePng(Path("gamma.png"), 16, 8, srgb, 1.0, {{"Author", "Jane"}, {"Comment", "proof 3"}});
+    WritePng(Path("interlaced.png"), 16, 8, srgb, 0, {}, true);
     ASSERT_EQ(Tintra({"convert", Path("plain.png"), Path("plain.tif"), "-o", "builtin:cmyk"}).status, 0);
+    ASSERT_EQ(Tintra({"convert", Path("interlaced.png"), Path("interlaced.tif"), "-o", "builtin:cmyk"}).status, 0);
+    EXPECT_EQ(ReadTiff(Path("interlaced.tif"))[0].samples, ReadTiff(Path("plain.tif"))[0].samples);
     ASSERT_EQ(Tintra({"convert", Path("gamma.png"), Path("gamma.tif"), "-o", "builtin:cmyk"}).status, 0);
     const std::vector<TiffSeen> plain = ReadTiff(Path("plain.tif")), gamma = ReadTiff(Path("gamma.tif"));
     ASSERT_EQ(gamma.size(), 1u);
@@ -570,6 +575,16 @@ TEST_F(TintraImage, CommandLineConventions) {
     }
 }
 
+// The CRC of PNG chunks.
+uint32_t Crc32(const std::string& bytes) {
+    uint32_t c = 0xFFFFFFFFu;
+    for (const char ch : bytes) {
+        c ^= uint8_t(ch);
+        for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1u)));
+    }
+    return ~c;
+}
+
 // Hand-made little-endian TIFF: a header, one directory of (tag, type, count, value) entries, then `tail`.
 std::string RawTiff(const std::vector<std::array<uint32_t, 4>>& entries, const std::string& tail) {
     std::string b("II*\0", 4);
@@ -606,6 +621,17 @@ TEST_F(TintraImage, HostileImagesFailCleanly) {
     WritePng(Path("whole.png"), 64, 64, "", 0, {});
     const std::string png = Slurp(Path("whole.png"));
     std::ofstream(Path("truncated.png"), std::ios::binary) << png.substr(0, png.size() / 2);
+    WritePng(Path("interlaced.png"), 64, 64, "", 0, {}, true);
+    std::string hugePng = Slurp(Path("interlaced.png"));  // IHDR claims 30000x30000 (2.7 GB), CRC fixed up
+    for (size_t k : {16, 20}) {
+        hugePng[k] = 0;
+        hugePng[k + 1] = 0;
+        hugePng[k + 2] = char(0x75);
+        hugePng[k + 3] = char(0x30);
+    }
+    const uint32_t crc = Crc32(hugePng.substr(12, 17));
+    for (int k = 0; k < 4; ++k) hugePng[29 + k] = char(crc >> (24 - 8 * k));
+    std::ofstream(Path("huge.png"), std::ios::binary) << hugePng;
     WriteTiff(Path("in.tif"), {{.width = 64, .height = 64}});
     ASSERT_EQ(Tintra({"convert", Path("in.tif"), Path("whole.jpg")}).status, 0);
     const std::string jpg = Slurp(Path("whole.jpg"));
@@ -629,6 +655,7 @@ TEST_F(TintraImage, HostileImagesFailCleanly) {
         {"truncated.tif", "cannot read image"},     // strip shorter than the lines
         {"samples.tif", "7 samples per pixel for 3 colour channels"},
         {"truncated.png", "cannot read image"},
+        {"huge.png", "cannot read image"},          // interlaced, so held whole: memory only as data arrive
         {"truncated.jpg", "Premature end of JPEG file"},  // libjpeg would fill the rest with grey
         {"huge.jpg", "cannot read image"},          // 65000x65000 claimed, data for 64x64
     };

@@ -644,15 +644,21 @@ public:
         const size_t row = size_t(page_.width) * size_t(page_.samplesPerPixel()) * page_.bytesPerSample();
         if (band.height > page_.height - row_) throw Failure("cannot read image '" + path_ + "': past the last line");
         if (passes_ > 1) {
-            // An interlaced file delivers its lines only after the last pass.
-            if (whole_.data.empty()) {
-                whole_ = page_.Band(page_.height);
-                whole_.Allocate();
+            // An interlaced file delivers its lines only after the last pass,
+            // so it is held whole. The memory is left uninitialised: libpng
+            // writes it as the passes arrive, so a short file with a huge
+            // header touches little of it.
+            if (!whole_) {
+                const uint64_t bytes = uint64_t(row) * page_.height;
+                if (bytes > kMaxImageBytes)
+                    throw Failure("cannot read image '" + path_ + "': interlaced image too large for this tool");
+                whole_.reset(new (std::nothrow) uint8_t[size_t(bytes)]);
+                if (!whole_) throw Failure("out of memory reading '" + path_ + "'");
                 std::vector<png_bytep> rows(page_.height);
-                for (uint32_t y = 0; y < page_.height; ++y) rows[y] = whole_.data.data() + y * row;
+                for (uint32_t y = 0; y < page_.height; ++y) rows[y] = whole_.get() + y * row;
                 if (!PngReadAll(&s_, rows.data())) throw Bad();
             }
-            std::memcpy(band.data.data(), whole_.data.data() + row_ * row, band.height * row);
+            std::memcpy(band.data.data(), whole_.get() + row_ * row, band.height * row);
         } else {
             for (uint32_t i = 0; i < band.height; ++i)
                 if (!PngReadRow(&s_, band.data.data() + i * row)) throw Bad();
@@ -667,7 +673,7 @@ private:
     PngState s_;
     int passes_ = 1;
     uint32_t row_ = 0;
-    Image whole_;
+    std::unique_ptr<uint8_t[]> whole_;
 };
 
 bool PngBegin(PngState* s, const Image* img, png_textp text, int textCount) {
