@@ -536,6 +536,21 @@ struct PngState {
     char error[256] = "";
 };
 
+// Owners release on every path, also when a constructor throws half way.
+struct PngReadState : PngState {
+    ~PngReadState() {
+        if (png) png_destroy_read_struct(&png, info ? &info : nullptr, nullptr);
+        if (file) std::fclose(file);
+    }
+};
+
+struct PngWriteState : PngState {
+    ~PngWriteState() {
+        if (png) png_destroy_write_struct(&png, info ? &info : nullptr);
+        if (file) std::fclose(file);
+    }
+};
+
 extern "C" void PngError(png_structp png, png_const_charp message) {
     auto* state = static_cast<PngState*>(png_get_error_ptr(png));
     std::snprintf(state->error, sizeof state->error, "%s", message);
@@ -633,11 +648,6 @@ public:
         }
     }
 
-    ~PngReader() override {
-        if (s_.png) png_destroy_read_struct(&s_.png, s_.info ? &s_.info : nullptr, nullptr);
-        if (s_.file) std::fclose(s_.file);
-    }
-
     FileFormat format() const override { return FileFormat::kPng; }
 
     void ReadLines(Image& band) override {
@@ -670,7 +680,7 @@ private:
     Failure Bad() const { return Failure("cannot read image '" + path_ + "': " + s_.error); }
 
     std::string path_;
-    PngState s_;
+    PngReadState s_;
     int passes_ = 1;
     uint32_t row_ = 0;
     std::unique_ptr<uint8_t[]> whole_;
@@ -727,11 +737,6 @@ public:
         png_set_benign_errors(s_.png, 1);
     }
 
-    ~PngWriter() override {
-        if (s_.png) png_destroy_write_struct(&s_.png, s_.info ? &s_.info : nullptr);
-        if (s_.file) std::fclose(s_.file);
-    }
-
     void BeginPage(const Image& page, uint32_t, uint32_t) override {
         const std::string reason = CannotHold(FileFormat::kPng, page, 1);
         if (!reason.empty()) throw Failure("cannot write '" + shown_ + "': " + reason, true);
@@ -769,7 +774,7 @@ private:
     Failure Bad() const { return Failure("cannot write image '" + shown_ + "': " + s_.error); }
 
     std::string shown_;
-    PngState s_;
+    PngWriteState s_;
     Image page_;
 };
 
@@ -818,6 +823,22 @@ struct JpegIn {
     unsigned int iccSize;
 };
 
+struct JpegInState {
+    JpegIn j;
+    JpegInState() {
+        std::memset(&j, 0, sizeof j);
+        InitJpegError(&j.error);
+        j.info.err = &j.error.pub;
+    }
+    ~JpegInState() {
+        if (j.created) jpeg_destroy_decompress(&j.info);
+        if (j.file) std::fclose(j.file);
+        std::free(j.icc);
+    }
+    JpegInState(const JpegInState&) = delete;
+    JpegInState& operator=(const JpegInState&) = delete;
+};
+
 bool JpegReadHeader(JpegIn* j) {
     if (setjmp(j->error.jump)) return false;
     jpeg_create_decompress(&j->info);
@@ -853,9 +874,7 @@ bool JpegReadRow(JpegIn* j, JSAMPROW row) {
 class JpegReader final : public ImageReader {
 public:
     explicit JpegReader(const std::string& path) : path_(path) {
-        std::memset(&j_, 0, sizeof j_);
-        InitJpegError(&j_.error);
-        j_.info.err = &j_.error.pub;
+        JpegIn& j_ = state_.j;
         j_.file = std::fopen(path.c_str(), "rb");
         if (!j_.file) throw Failure("cannot open image '" + path + "': " + ErrnoText());
         if (!JpegReadHeader(&j_)) throw Bad();
@@ -884,14 +903,10 @@ public:
         }
     }
 
-    ~JpegReader() override {
-        if (j_.created) jpeg_destroy_decompress(&j_.info);
-        if (j_.file) std::fclose(j_.file);
-    }
-
     FileFormat format() const override { return FileFormat::kJpeg; }
 
     void ReadLines(Image& band) override {
+        JpegIn& j_ = state_.j;
         const size_t row = size_t(page_.width) * size_t(page_.colourChannels);
         for (uint32_t i = 0; i < band.height; ++i) {
             uint8_t* line = band.data.data() + i * row;
@@ -902,10 +917,10 @@ public:
     }
 
 private:
-    Failure Bad() const { return Failure("cannot read image '" + path_ + "': " + j_.error.message); }
+    Failure Bad() const { return Failure("cannot read image '" + path_ + "': " + state_.j.error.message); }
 
     std::string path_;
-    JpegIn j_;
+    JpegInState state_;
 };
 
 struct JpegOut {
@@ -913,6 +928,21 @@ struct JpegOut {
     JpegError error;
     std::FILE* file;
     bool created;
+};
+
+struct JpegOutState {
+    JpegOut j;
+    JpegOutState() {
+        std::memset(&j, 0, sizeof j);
+        InitJpegError(&j.error);
+        j.info.err = &j.error.pub;
+    }
+    ~JpegOutState() {
+        if (j.created) jpeg_destroy_compress(&j.info);
+        if (j.file) std::fclose(j.file);
+    }
+    JpegOutState(const JpegOutState&) = delete;
+    JpegOutState& operator=(const JpegOutState&) = delete;
 };
 
 bool JpegBegin(JpegOut* j, const Image* page, int quality) {
@@ -969,16 +999,8 @@ class JpegWriter final : public ImageWriter {
 public:
     JpegWriter(const std::string& tempPath, const std::string& shownPath, const WriteSettings& settings)
         : shown_(shownPath), quality_(std::clamp(settings.quality, 1, 100)) {
-        std::memset(&j_, 0, sizeof j_);
-        InitJpegError(&j_.error);
-        j_.info.err = &j_.error.pub;
         j_.file = std::fopen(tempPath.c_str(), "wb");
         if (!j_.file) throw Failure("cannot write image '" + shownPath + "': " + ErrnoText());
-    }
-
-    ~JpegWriter() override {
-        if (j_.created) jpeg_destroy_compress(&j_.info);
-        if (j_.file) std::fclose(j_.file);
     }
 
     void BeginPage(const Image& page, uint32_t, uint32_t) override {
@@ -1013,7 +1035,8 @@ private:
 
     std::string shown_;
     int quality_;
-    JpegOut j_;
+    JpegOutState state_;
+    JpegOut& j_ = state_.j;
     Image page_;
     std::vector<uint8_t> line_;
 };
