@@ -373,6 +373,11 @@ TEST_F(TintraImage, ThreePageLzwTiffKeepsPagesResolutionOrientationTextAndCompre
     // Page 2's alpha samples come through unchanged.
     for (uint32_t i = 0; i < 40 * 7; ++i)
         ASSERT_EQ(uint8_t(out[1].samples[i * 5 + 4]), Pattern(1, i % 40, i / 40, 3, 8)) << i;
+    // A one-page format refuses the pages instead of dropping two of them.
+    const ToolRun png = Tintra({"convert", Path("in.tif"), Path("out.png")});
+    EXPECT_EQ(png.status, 2);
+    EXPECT_NE(png.err.find("PNG holds one page but the input has 3 (write a TIFF)"), std::string::npos) << png.err;
+    EXPECT_FALSE(fs::exists(Path("out.png")));
 }
 
 TEST_F(TintraImage, CompressionFollowsTheInputOrTheOption) {
@@ -531,6 +536,13 @@ TEST_F(TintraImage, CommandLineConventions) {
         EXPECT_EQ(convert(c.shortForm), convert(c.longForm));
     }
     EXPECT_NE(convert({"-o", "builtin:cmyk", "-t", "3"}), convert({"-o", "builtin:cmyk", "-t", "2"}));
+    // -n passes over an embedded profile (here one that reads the samples as Lab) for the default.
+    const std::string lab = Builtin("lab");
+    WriteTiff(Path("in.tif"), {{}}, [&lab](TIFF* t, uint32_t) {
+        TIFFSetField(t, TIFFTAG_ICCPROFILE, uint32_t(lab.size()), lab.data());
+    });
+    EXPECT_EQ(convert({"-n", "-o", "builtin:cmyk"}), convert({"-i", "builtin:srgb", "-o", "builtin:cmyk"}));
+    EXPECT_NE(convert({"-n", "-o", "builtin:cmyk"}), convert({"-o", "builtin:cmyk"}));
 
     // '-' reads standard input and writes standard output (the format named, or the input's).
     ASSERT_EQ(Tintra({"convert", Path("in.tif"), Path("file.png")}).status, 0);

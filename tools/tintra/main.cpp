@@ -75,6 +75,8 @@ const char* const kConvertHelp =
     "  -o, --dst PROFILE    destination profile (required for TIFF output; PNG\n"
     "                       and JPEG output default to builtin:srgb, or\n"
     "                       builtin:gray22 for a grey source)\n"
+    "  -n, --ignore-embedded  read IN through --src or the default even when it\n"
+    "                       has a profile of its own\n"
     "  -t, --intent INTENT  0 perceptual (default), 1 relative, 2 saturation,\n"
     "                       3 absolute, by number or name\n"
     "  -m, --method 0|1     0: 8-bit precision, 1: 16-bit precision (default 1)\n"
@@ -160,7 +162,7 @@ struct Args {
 // -w output depth; -m is the matching method here.
 const std::map<char, std::string> kShortOptions = {{'i', "src"},    {'o', "dst"},     {'t', "intent"},
                                                    {'m', "method"}, {'w', "bits"},    {'q', "quality"},
-                                                   {'v', "verbose"}};
+                                                   {'v', "verbose"}, {'n', "ignore-embedded"}};
 
 Args Parse(const std::vector<std::string>& argv, const std::string& command, const std::set<std::string>& valued,
            const std::set<std::string>& flags) {
@@ -333,7 +335,7 @@ std::string SizeText(uint64_t bytes) {
 int Convert(const std::vector<std::string>& argv) {
     const Args args = Parse(argv, "convert", {"src", "dst", "intent", "method", "bits", "threads", "block-lines",
                                               "write-profile", "compress", "quality", "format"},
-                            {"planar", "stats", "no-progress", "verbose"});
+                            {"planar", "stats", "no-progress", "verbose", "ignore-embedded"});
     if (args.help) {
         std::fputs(kConvertHelp, stdout);
         return 0;
@@ -397,7 +399,7 @@ int Convert(const std::vector<std::string>& argv) {
     if (args.Has("src")) named = LoadProfile(args.Get("src"));
     const SourceChooser sourceFor = [&](const Image& page) -> Profile {
         if (named) return *named;
-        if (!page.icc.empty()) return EmbeddedProfile(page.icc, inName);
+        if (!page.icc.empty() && !args.flags.count("ignore-embedded")) return EmbeddedProfile(page.icc, inName);
         return LoadProfile(DefaultProfileFor(page.colourChannels, page.colorSpace));
     };
     std::string dstSpec = args.Get("dst");
