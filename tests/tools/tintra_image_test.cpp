@@ -322,7 +322,7 @@ TEST_F(TintraImage, ThreePageLzwTiffKeepsPagesResolutionOrientationTextAndCompre
     const std::vector<TiffPage> pages = {
         {.compression = COMPRESSION_LZW},
         {.width = 40, .height = 7, .spp = 4, .compression = COMPRESSION_LZW},  // RGB + alpha, another size
-        {.width = 9, .height = 30, .bits = 16, .compression = COMPRESSION_LZW},
+        {.width = 9, .height = 30, .bits = 16, .planar = true, .compression = COMPRESSION_LZW},  // planes: one handle each
     };
     WriteTiff(Path("in.tif"), pages, [](TIFF* t, uint32_t page) {
         TIFFSetField(t, TIFFTAG_XRESOLUTION, 300.0f);
@@ -349,7 +349,7 @@ TEST_F(TintraImage, ThreePageLzwTiffKeepsPagesResolutionOrientationTextAndCompre
     } expected[] = {
         {24, 16, 4, 8, 0},                         // CMYK from RGB
         {40, 7, 5, 8, EXTRASAMPLE_ASSOCALPHA},     // alpha and its kind carried along
-        {9, 30, 4, 16, 0},                         // each page keeps its own depth
+        {9, 30, 4, 16, 0},                         // each page keeps its own depth (written contiguous)
     };
     for (size_t p = 0; p < 3; ++p) {
         SCOPED_TRACE(p);
@@ -370,6 +370,14 @@ TEST_F(TintraImage, ThreePageLzwTiffKeepsPagesResolutionOrientationTextAndCompre
         EXPECT_EQ(s.document, "brochure");
         EXPECT_EQ(s.samples.size(), size_t(s.width) * s.height * s.spp * s.bits / 8);
     }
+    // The separate planes of page 3 convert as the same samples stored contiguous do.
+    std::vector<TiffPage> contiguous = pages;
+    contiguous[2].planar = false;
+    WriteTiff(Path("contiguous.tif"), contiguous);
+    ASSERT_EQ(Tintra({"convert", Path("contiguous.tif"), Path("contiguous-out.tif"), "-o", "builtin:cmyk"}).status, 0);
+    const std::vector<TiffSeen> fromContiguous = ReadTiff(Path("contiguous-out.tif"));
+    ASSERT_EQ(fromContiguous.size(), 3u);
+    EXPECT_EQ(out[2].samples, fromContiguous[2].samples);
     // Page 2's alpha samples come through unchanged.
     for (uint32_t i = 0; i < 40 * 7; ++i)
         ASSERT_EQ(uint8_t(out[1].samples[i * 5 + 4]), Pattern(1, i % 40, i / 40, 3, 8)) << i;
