@@ -402,14 +402,14 @@ int Convert(const std::vector<std::string>& argv) {
         if (!page.icc.empty() && !args.flags.count("ignore-embedded")) return EmbeddedProfile(page.icc, inName);
         return LoadProfile(DefaultProfileFor(page.colourChannels, page.colorSpace));
     };
-    std::string dstSpec = args.Get("dst");
-    if (dstSpec.empty()) {
+    std::string dstName = args.Get("dst");
+    if (dstName.empty()) {
         if (*outFormat == FileFormat::kTiff)
             throw Failure("--dst is required for TIFF output (a profile path or builtin:NAME)", true);
-        dstSpec = (first.colourChannels == 1 && (!named || ChannelsOf(named->ColorSpace()) == 1)) ? "builtin:gray22"
+        dstName = (first.colourChannels == 1 && (!named || ChannelsOf(named->ColorSpace()) == 1)) ? "builtin:gray22"
                                                                                                : "builtin:srgb";
     }
-    const Profile dst = LoadProfile(dstSpec);
+    const Profile dst = LoadProfile(dstName);
     // What the output format can hold is known before any line is read.
     Image outShape = first.Band(first.height);
     outShape.colourChannels = std::max(1, ChannelsOf(dst.ColorSpace()));
