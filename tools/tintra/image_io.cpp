@@ -748,10 +748,14 @@ public:
             // PNG keywords are 1 to 79 Latin-1 characters.
             if (key.empty() || key.size() > 79) continue;
             png_text t{};
-            t.compression = PNG_TEXT_COMPRESSION_NONE;
+            // tEXt is Latin-1; text with other bytes (UTF-8 in practice)
+            // goes into an international chunk.
+            const bool plain = std::all_of(value.begin(), value.end(), [](char c) { return uint8_t(c) < 0x80; });
+            t.compression = plain ? PNG_TEXT_COMPRESSION_NONE : PNG_ITXT_COMPRESSION_NONE;
             t.key = key.data();
             t.text = value.data();
-            t.text_length = value.size();
+            t.text_length = plain ? value.size() : 0;
+            t.itxt_length = plain ? 0 : value.size();
             text.push_back(t);
         }
         if (!PngBegin(&s_, &page_, text.data(), int(text.size()))) throw Bad();
