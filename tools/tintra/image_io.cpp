@@ -459,10 +459,14 @@ public:
             TIFFSetField(t, TIFFTAG_SUBFILETYPE, FILETYPE_PAGE);
             TIFFSetField(t, TIFFTAG_PAGENUMBER, uint16_t(pageIndex), uint16_t(pageCount));
         }
-        // libtiff's choice (about 8 KB, a multiple of 8 or 16 lines for JPEG)
-        // depends on the page alone, so the file does not depend on how the
-        // lines arrive.
-        rowsPerStrip_ = std::min(page.height, std::max<uint32_t>(1, TIFFDefaultStripSize(t, 0)));
+        // Strips of about 256 KB: large enough for LZW and Deflate to find
+        // their repeats, small enough for any reader; a multiple of 16 lines
+        // for JPEG. The choice depends on the page alone, so the file does
+        // not depend on how the lines arrive.
+        const uint64_t lineBytes = uint64_t(page.width) * spp * page.bytesPerSample();
+        uint64_t rows = std::max<uint64_t>(1, (uint64_t(256) << 10) / lineBytes);
+        if (compression == COMPRESSION_JPEG) rows = (rows + 15) / 16 * 16;
+        rowsPerStrip_ = uint32_t(std::min<uint64_t>(page.height, rows));
         TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, rowsPerStrip_);
         stripsPerPlane_ = (page.height + rowsPerStrip_ - 1) / rowsPerStrip_;
         strip_.assign(size_t(rowsPerStrip_) * page.width * spp * page.bytesPerSample(), 0);
