@@ -6,8 +6,9 @@
  *   3. matcher     InitCColorMatcher ... Merge1DLut (a CColorMatcher record)
  *   4. selector    Initialize, TermMatchingSelector, LocateProfile,
  *                  CMatching1, CMatching2
- * Every failure is reported as a numeric status code (0 = success; see the
- * README for the table of codes).
+ * Every failure is reported as a numeric status code (0 = success; the
+ * TINTRA_STATUS_ constants below, listed with their meanings in
+ * status_table.h).
  *
  * Threads: the library keeps no global state. Separate handles share
  * nothing and may be used on different threads at once; one handle must not
@@ -20,6 +21,8 @@
 #define TINTRA3_EXPORTS_H
 
 #include <stdint.h>
+
+#include "status_table.h"
 
 #if defined(_WIN32)
 #  if defined(TINTRA3_BUILDING_DLL)
@@ -116,6 +119,11 @@ typedef struct DirectoryTable {
     char monitor[255];
     char scanner[255];
 } DirectoryTable;
+
+/* Status codes (status_table.h lists their meanings and who reports them). */
+#define TINTRA3_STATUS_ENUMERATOR(name, code, topLevel, layer, meaning) TINTRA_STATUS_##name = code,
+enum { TINTRA3_STATUS_TABLE(TINTRA3_STATUS_ENUMERATOR) };
+#undef TINTRA3_STATUS_ENUMERATOR
 
 /* Sample layouts. */
 enum { TINTRA_INTERLEAVED = 0, TINTRA_FRAME_PLANAR = 1, TINTRA_LINE_PLANAR = 2 };

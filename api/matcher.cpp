@@ -113,11 +113,11 @@ uint32_t TINTRA3_CALL ChangeBufSize(CColorMatcher* matcher, uint32_t size) {
 }
 
 uint32_t TINTRA3_CALL Change1DLut(CColorMatcher* matcher, uint16_t side, uint16_t bits, uint16_t channels,
-                                  ValueBuffer* curves) {
+                                  ::ValueBuffer* curves) {
     return ChangeToneCurves(&matcher->selector, side, bits, channels, curves);
 }
 
 uint32_t TINTRA3_CALL Merge1DLut(CColorMatcher* matcher, uint16_t side, uint16_t bits, uint16_t channels,
-                                 ValueBuffer* curves) {
+                                 ::ValueBuffer* curves) {
     return MergeToneCurves(&matcher->selector, side, bits, channels, curves);
 }

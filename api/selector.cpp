@@ -8,14 +8,15 @@
 #include "api/status.h"
 #include "platform/platform.h"
 #include "profile/profile_file.h"
+#include "transform/build_common.h"
 #include "transform/method0.h"
 #include "transform/method1.h"
 
 namespace tintra3 {
 namespace {
 
-// Callers number the intents perceptual, relative, saturation, absolute;
-// the builders take the last two swapped.
+// The selector numbers the intents perceptual, relative, absolute,
+// saturation; the builders number the last two the other way round.
 constexpr uint16_t kBuilderIntent[4] = {0, 1, 3, 2};
 
 bool Open(const char* path, ProfileFile* profile) {
@@ -37,13 +38,12 @@ void ReleaseTransform(uint16_t method, void* transform) {
     }
 }
 
+// A record's build status as a code. The builders leave only "ok" or "no
+// memory" in a record they completed; anything else means the build is unusable.
 uint32_t StatusCode(uint16_t status) {
     switch (status) {
-        case 0: return kOk;
-        case 1: return kNotIcc;
-        case 2: return kTransformStatus2;
-        case 3: return kTransformStatus3;
-        case 4: return kNoMemory;
+        case kBuildStatusOk: return kOk;
+        case kBuildStatusNoMemory: return kNoMemory;
         default: return kBuildFailed;
     }
 }

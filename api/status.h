@@ -1,25 +1,50 @@
-// The status codes that the library's lower layers report (0 is success).
-// The top level translates them into its own 1xxx codes (api/toplevel.cpp).
+// The lower layers' status codes under the names the C++ sources use; the
+// values and meanings come from api/status_table.h through the enum of
+// api/exports.h.
 #pragma once
 
 #include <cstdint>
 
+#include "api/exports.h"
+
 namespace tintra3 {
 
-constexpr uint32_t kOk = 0;
-constexpr uint32_t kNoMemory = 1000;          // transform record not allocated, or build status 4
-constexpr uint32_t kNotInPlace = 1001;        // in-place: channel counts or depth classes differ
-constexpr uint32_t kBufferTooSmall = 1002;    // the block does not fit bufferSize
-constexpr uint32_t kTransformStatus2 = 2000;  // build status 2
-constexpr uint32_t kTransformStatus3 = 2010;  // build status 3
-constexpr uint32_t kBadBitsIn = 2020;         // not 8, 10, 12 or 16
-constexpr uint32_t kBadBitsOut = 2021;        // not 8 or 16
-constexpr uint32_t kBadLayout = 2030;         // not 0, 1 or 2
-constexpr uint32_t kBadMethod = 2040;         // not 0 or 1 (curves: also a bad side with method 0)
-constexpr uint32_t kBadIntent = 2050;         // above 3
-constexpr uint32_t kCannotOpen = 3000;        // profile not opened, or header/directory not read
-constexpr uint32_t kNotIcc = 3001;            // no 'acsp', or build status 1
-constexpr uint32_t kBuildFailed = 5000;       // build or curve rebuild failed; unusable transform
-constexpr uint32_t kBadArgument = 5001;       // toolbox argument null or out of range
+constexpr uint32_t kOk = TINTRA_STATUS_OK;
+constexpr uint32_t kNoMemory = TINTRA_STATUS_NO_MEMORY;
+constexpr uint32_t kNotInPlace = TINTRA_STATUS_NOT_IN_PLACE;
+constexpr uint32_t kBufferTooSmall = TINTRA_STATUS_BUFFER_TOO_SMALL;
+constexpr uint32_t kBadBitsIn = TINTRA_STATUS_BAD_BITS_IN;
+constexpr uint32_t kBadBitsOut = TINTRA_STATUS_BAD_BITS_OUT;
+constexpr uint32_t kBadLayout = TINTRA_STATUS_BAD_LAYOUT;
+constexpr uint32_t kBadMethod = TINTRA_STATUS_BAD_METHOD;
+constexpr uint32_t kBadIntent = TINTRA_STATUS_BAD_INTENT;
+constexpr uint32_t kCannotOpen = TINTRA_STATUS_CANNOT_OPEN;
+constexpr uint32_t kNotIcc = TINTRA_STATUS_NOT_ICC;
+constexpr uint32_t kBuildFailed = TINTRA_STATUS_BUILD_FAILED;
+constexpr uint32_t kBadArgument = TINTRA_STATUS_BAD_ARGUMENT;
+
+// One row of the table, for code that walks it (the top-level mapping, the
+// tool's messages, the tests).
+struct StatusRow {
+    uint32_t code;
+    uint32_t topLevelCode;
+    const char* name;
+    const char* layer;  // "" when nothing produces the code
+    const char* meaning;
+};
+
+#define TINTRA3_STATUS_ROW(name, code, topLevel, layer, meaning) StatusRow{code, topLevel, #name, layer, meaning},
+inline constexpr StatusRow kStatusRows[] = {TINTRA3_STATUS_TABLE(TINTRA3_STATUS_ROW)};
+#undef TINTRA3_STATUS_ROW
+
+// The row of `code`, or null for a code the library does not know.
+constexpr const StatusRow* FindStatus(uint32_t code) {
+    for (const StatusRow& row : kStatusRows)
+        if (row.code == code) return &row;
+    return nullptr;
+}
+
+// A code the top level reports of its own (as opposed to one it maps).
+constexpr bool IsTopLevelCode(const StatusRow& row) { return row.code != 0 && row.code == row.topLevelCode; }
 
 }  // namespace tintra3

@@ -1,13 +1,13 @@
 // The toolbox layer: handle-based entry points that check their arguments
 // (5001), build the matcher's parameter records and own the matcher object.
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
 #include "api/exports.h"
 #include "api/status.h"
+#include "api/tone_curves.h"
 #include "profile/value_buffer.h"
-#include "transform/colour.h"
+#include "transform/tone_curves.h"
 
 namespace tintra3 {
 namespace {
@@ -45,60 +45,7 @@ void CopyNames(const char* block, ProfileNames* names) {
     names->reserved3 = 0;
 }
 
-uint32_t MaxForBits(uint16_t bits) {
-    switch (bits) {
-        case 10: return 1023;
-        case 12: return 4095;
-        case 16: return 65535;
-        default: return 255;
-    }
-}
-
-// Fills the four curve buffers from a CurveSpec (channels <= 4). 1 on
-// success, 0 when an allocation (or a missing data pointer) stops it; the
-// buffers filled so far stay filled.
-int FillCurves(const CurveSpec* request, ValueBuffer curves[4]) {
-    const uint32_t max = MaxForBits(request->bits);
-    const uint16_t channels = request->channels;
-    if (request->kind == 0) {
-        // Identity: two entries 0 and max, copied to every further channel.
-        if (!AllocU16(&curves[0], 2)) return 0;
-        U16(curves[0])[0] = 0;
-        U16(curves[0])[1] = static_cast<uint16_t>(max);
-        for (uint16_t c = 1; c < channels; ++c) {
-            if (!CopyU16(&curves[0], &curves[c])) return 0;
-        }
-        return 1;
-    }
-    if (request->kind == 1) {
-        // 1024 samples of x^gamma, gamma in 8.8 fixed point; x steps by
-        // 1/1023 accumulated in double precision (so it drifts from i/1023
-        // exactly as the curves have always been made).
-        for (uint16_t c = 0; c < channels; ++c) {
-            if (request->data[c] == nullptr) return 0;
-            if (!AllocU16(&curves[c], 1024)) return 0;
-            const double gamma = request->data[c][0] * 0.00390625;
-            uint16_t* out = U16(curves[c]);
-            double x = 0.0;
-            for (uint32_t i = 0; i < 1024; ++i) {
-                // + 0.5, truncated toward zero, kept as 16 bits.
-                const int32_t v = TruncToInt(std::pow(x, gamma) * max + 0.5);
-                out[i] = static_cast<uint16_t>(static_cast<uint32_t>(v) & 0xFFFFu);
-                x += 0.0009775171065493646;
-            }
-        }
-        return 1;
-    }
-    // A table of `kind` entries per channel, copied unchanged.
-    for (uint16_t c = 0; c < channels; ++c) {
-        if (request->data[c] == nullptr) return 0;
-        if (!AllocU16(&curves[c], request->kind)) return 0;
-        std::memcpy(curves[c].data, request->data[c], size_t(request->kind) * sizeof(uint16_t));
-    }
-    return 1;
-}
-
-using CurveCall = uint32_t(TINTRA3_CALL*)(CColorMatcher*, uint16_t, uint16_t, uint16_t, ValueBuffer*);
+using CurveCall = uint32_t(TINTRA3_CALL*)(CColorMatcher*, uint16_t, uint16_t, uint16_t, ::ValueBuffer*);
 
 uint32_t ApplyCurves(const CurveSpec* request, uint16_t side, CColorMatcher* handle, CurveCall call) {
     if (request == nullptr || side > 1 || handle == nullptr) return kBadArgument;
@@ -110,8 +57,10 @@ uint32_t ApplyCurves(const CurveSpec* request, uint16_t side, CColorMatcher* han
     // layer reports success once its own checks pass. A filling that stopped
     // early still hands down the buffers filled so far (the curve operations
     // refuse curves that fall short).
-    (void)FillCurves(request, curves);
-    call(handle, side, request->bits, request->channels, curves);
+    (void)MakeToneCurves(request->kind, request->channels, request->data, CurveMaximumForBits(request->bits), curves);
+    ::ValueBuffer handed[4];
+    for (int c = 0; c < 4; ++c) handed[c] = ToPublic(curves[c]);
+    call(handle, side, request->bits, request->channels, handed);
     for (ValueBuffer& b : curves) FreeValueBuffer(&b);
     return 0;
 }

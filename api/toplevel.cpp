@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "api/exports.h"
+#include "api/status.h"
 #include "platform/platform.h"
 #include "profile/profile_file.h"
 
@@ -141,11 +142,14 @@ uint16_t MapMethod(int32_t choice) {
     }
 }
 
-// Result of CheckProfileFile (0 to 4) as a top-level code, `base` being 1400
-// for the source and 1410 for the destination.
+// Result of CheckProfileFile (0 to 4) as a top-level code, `base` being the
+// "cannot be opened" code of the source or of the destination; the four
+// codes of each side follow one another.
+static_assert(TINTRA_STATUS_TOP_SOURCE_PATH == TINTRA_STATUS_TOP_SOURCE_OPEN + 3);
+static_assert(TINTRA_STATUS_TOP_DESTINATION_PATH == TINTRA_STATUS_TOP_DESTINATION_OPEN + 3);
 uint32_t CheckCode(uint32_t check, uint32_t base) {
     if (check >= 1 && check <= 4) return base + check - 1;
-    return 1490;
+    return TINTRA_STATUS_TOP_PROFILE;
 }
 
 }  // namespace
@@ -200,26 +204,11 @@ uint32_t CheckProfileFile(const char* path, HeaderFields* fields, const Director
 }
 
 uint32_t MapToolboxError(uint32_t status) {
-    switch (status) {
-        case 0: return 0;
-        case 1000: return 1190;
-        case 1001: return 1190;
-        case 1002: return 1100;
-        case 1003: return 1110;
-        case 2000: return 1490;
-        case 2010: return 1490;
-        case 2020: return 1200;
-        case 2021: return 1210;
-        case 2030: return 1290;
-        case 2040: return 1310;
-        case 2050: return 1300;
-        case 3000: return 1490;
-        case 3001: return 1490;
-        case 4000: return 1500;
-        case 5000: return 1600;
-        case 5001: return 1390;
-        default: return 1600;
-    }
+    const StatusRow* row = FindStatus(status);
+    // A top-level code handed back down is no toolbox result: like any
+    // unknown value it counts as a failed build.
+    if (row == nullptr || IsTopLevelCode(*row)) return TINTRA_STATUS_TOP_BUILD_FAILED;
+    return row->topLevelCode;
 }
 
 }  // namespace tintra3
@@ -228,8 +217,8 @@ using namespace tintra3;
 
 uint32_t TINTRA3_CALL tintra_Init(const char* sourceProfile, const char* destinationProfile, int32_t intent,
                                   int32_t methodChoice, CColorMatcher** handle, const DirectoryTable* directories) {
-    // Bad values travel down as 0xFFFF: QemToolboxInit refuses them (5001),
-    // which comes back as 1390.
+    // Bad values travel down as 0xFFFF: QemToolboxInit refuses them as a bad
+    // argument, which comes back as the top level's own argument code.
     const uint16_t toolboxIntent = MapIntent(intent);
     const uint16_t method = MapMethod(methodChoice);
 
@@ -240,14 +229,14 @@ uint32_t TINTRA3_CALL tintra_Init(const char* sourceProfile, const char* destina
 
     if (sourceProfile != nullptr) CopyBounded(sourceSlot, kPathSlot, sourceProfile, strnlen(sourceProfile, kPathSlot));
     uint32_t check = CheckProfileFile(sourceProfile != nullptr ? sourceSlot : nullptr, &fields, directories);
-    if (check != 0) return CheckCode(check, 1400);
-    if (!AcceptedSpace(fields.field[4])) return 1200;
+    if (check != 0) return CheckCode(check, TINTRA_STATUS_TOP_SOURCE_OPEN);
+    if (!AcceptedSpace(fields.field[4])) return TINTRA_STATUS_TOP_SOURCE_SPACE;
 
     if (destinationProfile != nullptr)
         CopyBounded(destinationSlot, kPathSlot, destinationProfile, strnlen(destinationProfile, kPathSlot));
     check = CheckProfileFile(destinationProfile != nullptr ? destinationSlot : nullptr, &fields, directories);
-    if (check != 0) return CheckCode(check, 1410);
-    if (!AcceptedSpace(fields.field[4])) return 1210;
+    if (check != 0) return CheckCode(check, TINTRA_STATUS_TOP_DESTINATION_OPEN);
+    if (!AcceptedSpace(fields.field[4])) return TINTRA_STATUS_TOP_DESTINATION_SPACE;
 
     // One pixel per line, 64 lines: each PixelRun carries up to 64 pixels.
     ImageParams image = {};

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 
+#include "profile/fixed_point.h"
 #include "profile/stream.h"
 
 namespace tintra3 {
@@ -24,64 +25,24 @@ void FreeDirectory(TagDirectory* directory) {
     directory->owned = 0;
 }
 
-}  // namespace
-
-double FromS15Fixed16(uint32_t raw) {
-    return double(int32_t(raw)) * (1.0 / 65536.0);
-}
-
-int32_t ToS15Fixed16(double x) {
-    // x * 65536 + 0.5 truncated toward zero: rounds half up for positive x
-    // only. Like the processor's truncating conversion, a NaN or a value
-    // whose truncation does not fit in 32 bits gives 0x80000000.
-    const double v = x * 65536.0 + 0.5;
-    if (v > -2147483649.0 && v < 2147483648.0) return int32_t(v);
-    return INT32_MIN;
-}
-
-int OpenProfile(const char* path, ProfileFile* profile) {
-    profile->valid = 0;
-    profile->stream = nullptr;
-    profile->tags.count = 0;
-    profile->tags.entries = nullptr;
-    profile->tags.owned = 0;
-    profile->fileSize = 0;
-    if (!OpenFileForRead(path, &profile->stream)) return 0;
-    profile->fileSize = MeasureFile(profile->stream);
-    if (!ReadProfileHeader(profile, &profile->header) || !ReadTagDirectory(profile, &profile->tags)) {
-        // Nobody closes a record that never became valid, so close it here.
-        FreeDirectory(&profile->tags);
-        CloseFile(profile);
-        return 0;
-    }
-    profile->valid = 1;
-    return 1;
-}
-
-void CloseProfile(ProfileFile* profile) {
-    CloseFile(profile);
-    FreeDirectory(&profile->tags);
-    profile->valid = 0;
-}
-
 int ReadProfileHeader(ProfileFile* profile, ProfileHeader* header) {
     // Fields in the order of their offsets; each read stops at the first
     // short one.
-    if (!ReadU32BE(profile, &header->size) || !ReadU32BE(profile, &header->cmmType) ||
-        !ReadU32BE(profile, &header->version) || !ReadU32BE(profile, &header->deviceClass) ||
-        !ReadU32BE(profile, &header->colorSpace) || !ReadU32BE(profile, &header->pcs))
+    if (!ReadU32BE(profile->stream, &header->size) || !ReadU32BE(profile->stream, &header->cmmType) ||
+        !ReadU32BE(profile->stream, &header->version) || !ReadU32BE(profile->stream, &header->deviceClass) ||
+        !ReadU32BE(profile->stream, &header->colorSpace) || !ReadU32BE(profile->stream, &header->pcs))
         return 0;
     for (uint16_t& field : header->dateTime)
-        if (!ReadU16BE(profile, &field)) return 0;
-    if (!ReadU32BE(profile, &header->magic) || !ReadU32BE(profile, &header->platform) ||
-        !ReadU32BE(profile, &header->flags) || !ReadU32BE(profile, &header->manufacturer) ||
-        !ReadU32BE(profile, &header->model) || !ReadU32BE(profile, &header->attributes[0]) ||
-        !ReadU32BE(profile, &header->attributes[1]) || !ReadU32BE(profile, &header->renderingIntent))
+        if (!ReadU16BE(profile->stream, &field)) return 0;
+    if (!ReadU32BE(profile->stream, &header->magic) || !ReadU32BE(profile->stream, &header->platform) ||
+        !ReadU32BE(profile->stream, &header->flags) || !ReadU32BE(profile->stream, &header->manufacturer) ||
+        !ReadU32BE(profile->stream, &header->model) || !ReadU32BE(profile->stream, &header->attributes[0]) ||
+        !ReadU32BE(profile->stream, &header->attributes[1]) || !ReadU32BE(profile->stream, &header->renderingIntent))
         return 0;
     for (uint32_t& field : header->illuminant)
-        if (!ReadU32BE(profile, &field)) return 0;
-    if (!ReadU32BE(profile, &header->creator)) return 0;
-    return SkipBytes(profile, 44);  // reserved bytes 84..127
+        if (!ReadU32BE(profile->stream, &field)) return 0;
+    if (!ReadU32BE(profile->stream, &header->creator)) return 0;
+    return SkipBytes(profile->stream, 44);  // reserved bytes 84..127
 }
 
 int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
@@ -89,7 +50,7 @@ int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
     directory->entries = nullptr;
     directory->owned = 0;
     uint32_t count = 0;
-    if (!ReadU32BE(profile, &count)) return 0;
+    if (!ReadU32BE(profile->stream, &count)) return 0;
     // A count the rest of the file cannot hold (12 bytes per entry) would
     // fail on reading anyway; fail before allocating for it.
     const long here = profile->stream != nullptr ? std::ftell(profile->stream) : -1;
@@ -107,10 +68,48 @@ int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
     directory->owned = 1;  // also for an empty directory
     for (uint32_t i = 0; i < count; ++i) {
         TagEntry& e = directory->entries[i];
-        if (!ReadU32BE(profile, &e.signature) || !ReadU32BE(profile, &e.offset) || !ReadU32BE(profile, &e.size))
+        if (!ReadU32BE(profile->stream, &e.signature) || !ReadU32BE(profile->stream, &e.offset) || !ReadU32BE(profile->stream, &e.size))
             return 0;
     }
     return 1;
+}
+
+}  // namespace
+
+double FromS15Fixed16(uint32_t raw) {
+    return double(int32_t(raw)) * (1.0 / 65536.0);
+}
+
+int32_t ToS15Fixed16(double x) {
+    // x * 65536 + 0.5 truncated toward zero: rounds half up for positive x
+    // only. Like the processor's truncating conversion, a NaN or a value
+    // whose truncation does not fit in 32 bits gives 0x80000000.
+    return TruncToInt(x * 65536.0 + 0.5);
+}
+
+int OpenProfile(const char* path, ProfileFile* profile) {
+    profile->valid = 0;
+    profile->stream = nullptr;
+    profile->tags.count = 0;
+    profile->tags.entries = nullptr;
+    profile->tags.owned = 0;
+    profile->fileSize = 0;
+    if (!OpenFileForRead(path, &profile->stream)) return 0;
+    profile->fileSize = MeasureFile(profile->stream);
+    if (!ReadProfileHeader(profile, &profile->header) || !ReadTagDirectory(profile, &profile->tags)) {
+        // Nobody closes a record that never became valid, so close it here.
+        FreeDirectory(&profile->tags);
+        CloseFile(&profile->stream);
+        return 0;
+    }
+    profile->valid = 1;
+    return 1;
+}
+
+void CloseProfile(ProfileFile* profile) {
+    CloseFile(&profile->stream);
+    FreeDirectory(&profile->tags);
+    profile->valid = 0;
 }
 
 int FindTag(ProfileFile* profile, uint32_t signature, int32_t* index, uint32_t* type) {
@@ -118,17 +117,17 @@ int FindTag(ProfileFile* profile, uint32_t signature, int32_t* index, uint32_t* 
     for (uint32_t i = 0; i < dir.count && dir.entries != nullptr; ++i) {
         if (dir.entries[i].signature != signature) continue;
         *index = int32_t(i);
-        SeekAbsolute(profile, dir.entries[i].offset);
-        return ReadU32BE(profile, type);  // leaves the stream 4 bytes into the element
+        SeekAbsolute(profile->stream, dir.entries[i].offset);
+        return ReadU32BE(profile->stream, type);  // leaves the stream 4 bytes into the element
     }
     return 0;
 }
 
 int PeekTagType(ProfileFile* profile, int32_t index, uint32_t* type) {
     if (index < 0 || uint32_t(index) >= profile->tags.count || profile->tags.entries == nullptr) return 0;
-    SeekAbsolute(profile, profile->tags.entries[index].offset);
-    if (!ReadU32BE(profile, type)) return 0;
-    SkipBytes(profile, -4);  // back onto the element's first byte
+    SeekAbsolute(profile->stream, profile->tags.entries[index].offset);
+    if (!ReadU32BE(profile->stream, type)) return 0;
+    SkipBytes(profile->stream, -4);  // back onto the element's first byte
     return 1;
 }
 

@@ -51,7 +51,7 @@ struct TagDirectory {
 };
 
 struct ProfileFile {
-    std::FILE* stream;  // first field: the stream readers rely on it
+    std::FILE* stream;
     ProfileHeader header;
     TagDirectory tags;
     uint32_t valid;
@@ -64,8 +64,6 @@ int32_t ToS15Fixed16(double x);
 // 1 on success, 0 on failure. A failed open releases what it opened.
 int OpenProfile(const char* path, ProfileFile* profile);
 void CloseProfile(ProfileFile* profile);
-int ReadProfileHeader(ProfileFile* profile, ProfileHeader* header);
-int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory);
 int FindTag(ProfileFile* profile, uint32_t signature, int32_t* index, uint32_t* type);
 int PeekTagType(ProfileFile* profile, int32_t index, uint32_t* type);
 

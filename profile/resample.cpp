@@ -1,26 +1,22 @@
 // Integer rescaling and linear resampling of one-dimensional u16 tables.
 #include "profile/resample.h"
 
+#include "profile/fixed_point.h"
+
 namespace tintra3 {
 
 namespace {
 
-// Entry i of a source of n entries stretched over m results (m >= 2):
-// p = i(n-1), cell = p / (m-1), f = p mod (m-1); the last cell is folded back
-// so that cell + 1 stays inside the source. Rounded by + m/2 before the
-// division by m - 1. Everything is unsigned 32-bit, wrapping included: p can
-// only wrap when (m-1)(n-1) >= 2^32, and then cell <= (2^32-1)/(m-1) < n-1,
-// so a wrapped position still indexes inside the table.
+// Entry i of a source of n entries stretched over m results (m >= 2): the
+// cell and remainder of i among n - 1 cells of m - 1 steps, rounded by + m/2
+// before the division by m - 1. Everything is unsigned 32-bit, wrapping
+// included: i(n-1) can only wrap when (m-1)(n-1) >= 2^32, and then
+// cell <= (2^32-1)/(m-1) < n-1, so a wrapped position still indexes inside
+// the table.
 uint32_t Interpolate16(const uint16_t* c, uint32_t n, uint32_t m, uint32_t i) {
     const uint32_t span = m - 1;
-    const uint32_t p = i * (n - 1);
-    uint32_t cell = p / span;
-    uint32_t f = p - cell * span;
-    if (cell == n - 1) {
-        cell = n - 2;
-        f = span;
-    }
-    return (uint32_t(c[cell]) * (span - f) + uint32_t(c[cell + 1]) * f + m / 2) / span;
+    const CellPosition at = LocateCell(n - 1, i, span);
+    return (WeightedSum(c[at.cell], c[at.cell + 1], at.remainder, span) + m / 2) / span;
 }
 
 // Common checks and allocation; 2 = go on, 1 = done (m == 0), 0 = failure.
@@ -38,6 +34,17 @@ int StartResample(const ValueBuffer* curve, uint32_t m, ValueBuffer* out, Alloc 
     return 2;
 }
 
+// m results of `curve` stretched linearly, each brought to T by `narrow`.
+template <typename T, typename Alloc, typename Narrow>
+int Resample(const ValueBuffer* curve, uint32_t m, ValueBuffer* out, Alloc alloc, Narrow narrow) {
+    const int go = StartResample(curve, m, out, alloc);
+    if (go != 2) return go;
+    const uint16_t* c = U16(*curve);
+    T* r = static_cast<T*>(out->data);
+    for (uint32_t i = 0; i < m; ++i) r[i] = T(narrow(Interpolate16(c, curve->count, m, i)));
+    return 1;
+}
+
 }  // namespace
 
 void RescaleCurve(ValueBuffer* curve, uint32_t maximum, uint32_t range) {
@@ -51,32 +58,17 @@ void RescaleCurve(ValueBuffer* curve, uint32_t maximum, uint32_t range) {
 }
 
 int ResampleCurve16(const ValueBuffer* curve, uint32_t m, ValueBuffer* out) {
-    const int go = StartResample(curve, m, out, AllocU16);
-    if (go != 2) return go;
-    const uint16_t* c = U16(*curve);
-    uint16_t* r = U16(*out);
-    for (uint32_t i = 0; i < m; ++i) r[i] = uint16_t(Interpolate16(c, curve->count, m, i));
-    return 1;
+    return Resample<uint16_t>(curve, m, out, AllocU16, [](uint32_t v) { return v; });
 }
 
 int ResampleCurve12(const ValueBuffer* curve, uint32_t m, ValueBuffer* out) {
-    const int go = StartResample(curve, m, out, AllocU16);
-    if (go != 2) return go;
-    const uint16_t* c = U16(*curve);
-    uint16_t* r = U16(*out);
     // 16-bit value to 12 bits: (v * 4095 + 32768) >> 16, 0..4095.
-    for (uint32_t i = 0; i < m; ++i) r[i] = uint16_t((Interpolate16(c, curve->count, m, i) * 4095 + 32768) >> 16);
-    return 1;
+    return Resample<uint16_t>(curve, m, out, AllocU16, [](uint32_t v) { return (v * 4095 + 32768) >> 16; });
 }
 
 int ResampleCurve8(const ValueBuffer* curve, uint32_t m, ValueBuffer* out) {
-    const int go = StartResample(curve, m, out, AllocBytes);
-    if (go != 2) return go;
-    const uint16_t* c = U16(*curve);
-    uint8_t* r = Bytes(*out);
     // 16-bit value to 8 bits: (v * 255 + 32768) >> 16.
-    for (uint32_t i = 0; i < m; ++i) r[i] = uint8_t((Interpolate16(c, curve->count, m, i) * 255 + 32768) >> 16);
-    return 1;
+    return Resample<uint8_t>(curve, m, out, AllocBytes, [](uint32_t v) { return (v * 255 + 32768) >> 16; });
 }
 
 int ResampleCurveTo256(const ValueBuffer* curve, ValueBuffer* out) {
@@ -86,16 +78,10 @@ int ResampleCurveTo256(const ValueBuffer* curve, ValueBuffer* out) {
     const uint32_t n = curve->count;
     uint8_t* r = Bytes(*out);
     for (uint32_t i = 0; i < 256; ++i) {
-        const uint32_t p = i * (n - 1);  // 32-bit, wraps as above
-        uint32_t cell = p / 255;
-        uint32_t f = p % 255;
-        if (cell == n - 1) {
-            cell -= 1;
-            f = 255;
-        }
+        const CellPosition at = LocateCell(n - 1, i, 255);  // wraps as above
         // A weighted sum of two 16-bit values over 255 steps, brought to
         // 8 bits by a rounded division by 65535 (that is 255 * 257).
-        r[i] = uint8_t((uint32_t(c[cell]) * (255 - f) + uint32_t(c[cell + 1]) * f + 32768) / 65535);
+        r[i] = uint8_t((WeightedSum(c[at.cell], c[at.cell + 1], at.remainder, 255) + 32768) / 65535);
     }
     return 1;
 }

@@ -1,5 +1,4 @@
-// Big-endian readers over a buffered file stream. Each takes the profile
-// record whose first field is the stream.
+// Big-endian readers over a buffered file stream.
 #pragma once
 
 #include <cstdint>
@@ -7,14 +6,14 @@
 
 namespace tintra3 {
 
-struct ProfileFile;
-
-int ReadU8(ProfileFile* profile, uint8_t* out);
-int ReadU16BE(ProfileFile* profile, uint16_t* out);
-int ReadU32BE(ProfileFile* profile, uint32_t* out);
-int SkipBytes(ProfileFile* profile, int32_t count);   // always 1
-int SeekAbsolute(ProfileFile* profile, uint32_t position);  // always 1
+// Each returns 1 on success and 0 on a short read or a null stream.
+int ReadU8(std::FILE* stream, uint8_t* out);
+int ReadU16BE(std::FILE* stream, uint16_t* out);
+int ReadU32BE(std::FILE* stream, uint32_t* out);
+int SkipBytes(std::FILE* stream, int32_t count);      // always 1
+int SeekAbsolute(std::FILE* stream, uint32_t position);  // always 1
 int OpenFileForRead(const char* path, std::FILE** out);
-int CloseFile(ProfileFile* profile);
+// Closes and clears *stream; EOF when there was none.
+int CloseFile(std::FILE** stream);
 
 }  // namespace tintra3

@@ -45,8 +45,8 @@ int EnterElement(ProfileFile* profile, int32_t index, uint32_t expected, uint64_
     uint32_t type = 0;
     if (!PeekTagType(profile, index, &type) || type != expected) return 0;
     *start = profile->tags.entries[index].offset;
-    if (!ReadU32BE(profile, &type) || type != expected) return 0;
-    return SkipBytes(profile, 4);
+    if (!ReadU32BE(profile->stream, &type) || type != expected) return 0;
+    return SkipBytes(profile->stream, 4);
 }
 
 // gridPoints^inputChannels * outputChannels, or 0 when it exceeds 32 bits.
@@ -60,10 +60,10 @@ uint32_t ClutEntries(uint8_t inputChannels, uint8_t outputChannels, uint8_t grid
 }
 
 int ReadLutPrefix(ProfileFile* profile, uint8_t* in, uint8_t* out, uint8_t* grid, uint32_t* matrix) {
-    if (!ReadU8(profile, in) || !ReadU8(profile, out) || !ReadU8(profile, grid)) return 0;
-    SkipBytes(profile, 1);  // pad
+    if (!ReadU8(profile->stream, in) || !ReadU8(profile->stream, out) || !ReadU8(profile->stream, grid)) return 0;
+    SkipBytes(profile->stream, 1);  // pad
     for (int i = 0; i < 9; ++i)
-        if (!ReadU32BE(profile, &matrix[i])) return 0;
+        if (!ReadU32BE(profile->stream, &matrix[i])) return 0;
     return 1;
 }
 
@@ -81,7 +81,7 @@ int ReadCurveTag(ProfileFile* profile, int32_t index, CurveTag* curve) {
     uint64_t start = 0;
     if (!EnterElement(profile, index, kTypeCurv, &start)) return 0;
     uint32_t count = 0;
-    if (!ReadU32BE(profile, &count)) return 0;
+    if (!ReadU32BE(profile->stream, &count)) return 0;
     if (uint64_t(count) * 2 > BytesFrom(profile, start + 12)) return 0;
     if (!AllocU16(&curve->entries, count)) return 0;
     return ReadU16Table(profile, U16(curve->entries), count);
@@ -104,7 +104,7 @@ int ReadXyzTag(ProfileFile* profile, int32_t index, XyzArray* array) {
     }
     array->owned = 1;
     for (uint32_t i = 0; i < count * 3; ++i)
-        if (!ReadU32BE(profile, &array->values[i])) return 0;
+        if (!ReadU32BE(profile->stream, &array->values[i])) return 0;
     return 1;
 }
 
@@ -130,7 +130,7 @@ int ReadLut16Tag(ProfileFile* profile, int32_t index, Lut16Tag* lut) {
     uint64_t start = 0;
     if (!EnterElement(profile, index, kTypeMft2, &start)) return 0;
     if (!ReadLutPrefix(profile, &lut->inputChannels, &lut->outputChannels, &lut->gridPoints, lut->matrix)) return 0;
-    if (!ReadU16BE(profile, &lut->inputEntries) || !ReadU16BE(profile, &lut->outputEntries)) return 0;
+    if (!ReadU16BE(profile->stream, &lut->inputEntries) || !ReadU16BE(profile->stream, &lut->outputEntries)) return 0;
     const uint32_t inputCount = uint32_t(lut->inputChannels) * lut->inputEntries;
     const uint32_t outputCount = uint32_t(lut->outputChannels) * lut->outputEntries;
     const uint32_t clutCount = ClutEntries(lut->inputChannels, lut->outputChannels, lut->gridPoints);
@@ -167,13 +167,13 @@ void ReleaseLut16Tag(Lut16Tag* lut) {
     lut->ready = 0;
 }
 
+namespace {
+
 double CurveGamma(const CurveTag* curve) {
     // u8Fixed8: the stored value / 256.
     if (curve->entries.count == 0) return 0.0;
     return double(U16(curve->entries)[0]) * (1.0 / 256.0);
 }
-
-namespace {
 
 // `size` entries of trunc(0.5 + x^exponent * 65535), x stepping from 0 by
 // 1 / (size - 1). The step is accumulated, not recomputed from the index.

@@ -71,13 +71,12 @@ int ReadXyzTag(ProfileFile* profile, int32_t index, XyzArray* array);
 int ReadLut8Tag(ProfileFile* profile, int32_t index, Lut8Tag* lut);
 int ReadLut16Tag(ProfileFile* profile, int32_t index, Lut16Tag* lut);
 void ReleaseCurveTag(CurveTag* curve);
-void ReleaseXyzArray(XyzArray* array);  // also used for TagDirectory-like records
+void ReleaseXyzArray(XyzArray* array);
 void ReleaseLut8Tag(Lut8Tag* lut);
 void ReleaseLut16Tag(Lut16Tag* lut);
 
 // Curve tables (u16) for the builders.
 int BuildForwardCurve(const CurveTag* curve, ValueBuffer* out, uint32_t size);
 int BuildInverseCurve(const CurveTag* curve, ValueBuffer* out, uint32_t gammaSize, uint32_t tableSize);
-double CurveGamma(const CurveTag* curve);
 
 }  // namespace tintra3

@@ -3,11 +3,16 @@
 
 #include <cstdint>
 
-#include "api/exports.h"
-
 namespace tintra3 {
 
-using ::ValueBuffer;
+// A table: element count, owned flag, elements (u8, u16 or u32 as the
+// allocating code knows). The exported record of the same shape is converted
+// to this one at the C edge only.
+struct ValueBuffer {
+    uint32_t count;
+    uint32_t owned;
+    void* data;
+};
 
 // All return 1 on success, 0 on allocation failure. A count of 0 succeeds
 // with data null and `owned` left as it was (callers clear buffers first).

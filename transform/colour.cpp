@@ -1,5 +1,5 @@
 // Colour-space conversions (XYZ, L*a*b*, L*C*h), the 8- and 16-bit PCS
-// encodings, and the integer interpolation helpers used while building.
+// encodings, and the grid coordinate tables of method 1.
 //
 // The constants below are the ones this library has always used (0.008856,
 // 7.787, 903.3, pi to ten decimals, ...). They are deliberately not the exact
@@ -7,6 +7,8 @@
 #include "transform/colour.h"
 
 #include <cmath>
+
+#include "transform/build_common.h"
 
 namespace tintra3 {
 
@@ -46,14 +48,6 @@ inline double LabF(double t) { return t > kLabEpsilon ? std::pow(t, kCubeRootExp
 inline double LabFInverse(double f) { return f > kLinearFMax ? std::pow(f, 3.0) : (f - kLabOffset) * kInvSlope; }
 
 }  // namespace
-
-int32_t TruncToInt(double x) {
-    // Exactly the doubles whose truncation fits in int32 lie strictly between
-    // -2^31 - 1 and 2^31; everything else (and NaN, which fails both tests)
-    // yields the "integer indefinite" value 0x80000000.
-    if (x > -2147483649.0 && x < 2147483648.0) return static_cast<int32_t>(x);
-    return INT32_MIN;
-}
 
 void XyzToLab(const double white[3], const double in[3], double out[3]) {
     const double x = in[0] / white[0];
@@ -191,100 +185,10 @@ void DecodeLch8(const uint8_t in[3], double out[3]) {
     out[2] = in[2] * 0.02454369260546875 - kPi;
 }
 
-void SplitPosition(uint16_t last, uint16_t x, uint32_t shift, uint32_t denom, uint32_t round, uint16_t* index,
-                   uint32_t* fraction) {
-    const uint32_t p = uint32_t(last) * uint32_t(x);
-    const uint32_t q = p / denom;
-    if (uint16_t(q) == last) {
-        // x at the top end: the last segment, whole.
-        *index = uint16_t(q - 1);
-        *fraction = denom + 1;
-        return;
-    }
-    *index = uint16_t(q);
-    *fraction = (((p - denom * q) << shift) + round) / denom;
-}
-
-uint32_t CurveLookup16(const ValueBuffer* curve, uint32_t shift, uint32_t denom, uint32_t round, uint16_t x) {
-    const uint16_t* t = U16(*curve);
-    // A table needs two entries to have a segment.
-    if (curve->count < 2) return curve->count == 1 ? t[0] : 0;
-    const uint32_t count = curve->count > 65536 ? 65536 : curve->count;
-    uint16_t index;
-    uint32_t fraction;
-    SplitPosition(uint16_t(count - 1), x, shift, denom, round, &index, &fraction);
-    // x beyond denom would run past the table: hold the last segment.
-    if (uint32_t(index) + 1 >= count) index = uint16_t(count - 2);
-    const uint32_t a = t[index];
-    const uint32_t b = t[index + 1];
-    // Unsigned wrap-around: for a falling segment only the low 16 bits are right.
-    return a + (((b - a) * fraction + round) >> shift);
-}
-
 int BuildGridIndexTables(uint16_t* status, ValueBuffer* index, ValueBuffer* fraction, uint32_t points) {
-    if (!AllocU16(index, 4096) || !AllocU32(fraction, 4096)) {
-        *status = 4;
-        return 0;
-    }
-    uint16_t* cells = U16(*index);
-    uint32_t* fractions = U32(*fraction);
-    for (uint32_t i = 0; i < 4096; ++i) {
-        // s = i (n - 1) in units of 1/4095 of a cell; fraction 16.16, rounded.
-        const uint32_t s = i * (points - 1);
-        const uint32_t cell = s / 4095;
-        if (cell == points - 1) {
-            // Only i = 4095: the top sits at fraction 1.0 of the last cell.
-            cells[i] = uint16_t(cell - 1);
-            fractions[i] = 0x10000;
-        } else {
-            cells[i] = uint16_t(cell);
-            fractions[i] = ((s - cell * 4095) * 65536 + 2048) / 4095;
-        }
-    }
-    return 1;
-}
-
-int BuildGridIndexTables(uint16_t* status, ValueBuffer target[2], uint32_t points) {
-    return BuildGridIndexTables(status, &target[0], &target[1], points);
-}
-
-void InterpolateCell16(const uint16_t* grid, uint8_t outputs, uint32_t dims, const uint32_t* cell,
-                       const uint32_t* fraction, const uint32_t* stride, uint16_t* out) {
-    if (dims > 4) dims = 4;
-    const uint32_t corners = 1u << dims;
-    // Offset of each corner: bit d of the corner number steps along axis d.
-    uint32_t offset[16];
-    uint32_t origin = 0;
-    for (uint32_t d = 0; d < dims; ++d) origin += cell[d] * stride[d];
-    for (uint32_t k = 0; k < corners; ++k) {
-        offset[k] = origin;
-        for (uint32_t d = 0; d < dims; ++d)
-            if (k & (1u << d)) offset[k] += stride[d];
-    }
-    for (uint32_t o = 0; o < outputs; ++o) {
-        uint32_t v[16];
-        for (uint32_t k = 0; k < corners; ++k) v[k] = grid[offset[k] + o];
-        // Fold the last axis first: pairs (k, k + half) differ only in axis d.
-        for (uint32_t d = dims; d-- > 0;) {
-            const uint32_t half = 1u << d;
-            const uint32_t f = fraction[d];
-            for (uint32_t k = 0; k < half; ++k)
-                v[k] = (v[k] + (((v[k + half] - v[k]) * f + 32768) >> 16)) & 0xFFFF;
-        }
-        out[o] = uint16_t(v[0]);
-    }
-}
-
-void InterpolateTrilinear16(const ValueBuffer* grid, uint8_t outputs, const uint16_t index[3],
-                            const uint32_t fraction[3], const uint32_t stride[3], uint16_t* out) {
-    const uint32_t cell[3] = {index[0], index[1], index[2]};
-    InterpolateCell16(U16(*grid), outputs, 3, cell, fraction, stride, out);
-}
-
-void InterpolateQuadrilinear16(const ValueBuffer* grid, uint8_t outputs, const uint16_t index[4],
-                               const uint32_t fraction[4], const uint32_t stride[4], uint16_t* out) {
-    const uint32_t cell[4] = {index[0], index[1], index[2], index[3]};
-    InterpolateCell16(U16(*grid), outputs, 4, cell, fraction, stride, out);
+    // Coordinate i of 4095 among points - 1 cells; the top (i = 4095) sits at
+    // fraction 1.0 of the last cell.
+    return BuildCellTables<uint16_t, uint32_t>(status, points, 4096, kScale12, index, fraction);
 }
 
 }  // namespace tintra3

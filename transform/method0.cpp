@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "profile/profile_model.h"
+#include "transform/build_common.h"
 #include "transform/colour.h"
 
 namespace tintra3 {
@@ -116,15 +117,11 @@ struct TableSide {
     }
 };
 
-// Lookup-table geometry the 8-bit sampling can use safely: at least two grid
-// points (the cell tables need a last cell below the last point) and a CLUT at
-// least as large as `axes` axes of it.
+// Lookup-table geometry the 8-bit sampling can use safely: the stored CLUT
+// (the cell tables need a last cell below the last point) covers `axes` axes.
 bool LutUsable(const LutModel& lut, uint32_t axes) {
-    if (lut.gridPoints < 2 || lut.outputChannels == 0) return false;
-    uint64_t needed = lut.outputChannels;
-    for (uint32_t a = 0; a < axes; ++a) needed *= lut.gridPoints;
     const ValueBuffer& stored = lut.precision == 8 ? lut.clut8 : lut.clut16;
-    return stored.count >= needed;
+    return ClutCovers(lut.gridPoints, axes, lut.outputChannels, stored.count);
 }
 
 // Loads the 8-bit CLUT, its cell and fraction tables and strides for `axes` axes.
@@ -138,7 +135,7 @@ int LoadTable(uint16_t* status, const LutModel& lut, uint32_t axes, TableSide* s
     }
     if (!BuildCellFraction8(status, lut.gridPoints, &side->cell, &side->fraction)) return 0;
     if (!LutClut8(&lut, &side->clut)) {
-        *status = 4;
+        *status = kBuildStatusNoMemory;
         return 0;
     }
     // The conversion keeps the element count; refuse a short table all the same.
@@ -164,75 +161,63 @@ void LookUpTable(const TableSide& side, const uint8_t* code, uint8_t* out) {
 
 inline bool KnownPcs(uint32_t pcs) { return pcs == kSigLab || pcs == kSigLch || pcs == kSigXyz; }
 
-// 8-bit PCS codes to doubles of that PCS (Lab, LCh or XYZ).
-void DecodePcs8(uint32_t pcs, const uint8_t code[3], double out[3]) {
-    if (pcs == kSigLab)
-        DecodeLab8(code, out);
-    else if (pcs == kSigLch)
-        DecodeLch8(code, out);
-    else
-        DecodeXyz8(code, out);
-}
+// One PCS at 8 bits: its codes, and its way to and from XYZ (none for XYZ).
+using PcsConversion = void (*)(const double white[3], const double in[3], double out[3]);
+struct Pcs8 {
+    void (*decode)(const uint8_t in[3], double out[3]);
+    void (*encode)(const double in[3], uint8_t out[3]);
+    PcsConversion toXyz;
+    PcsConversion fromXyz;
+};
 
-void EncodePcs8(uint32_t pcs, const double in[3], uint8_t code[3]) {
-    if (pcs == kSigLab)
-        EncodeLab8(in, code);
-    else if (pcs == kSigLch)
-        EncodeLch8(in, code);
-    else
-        EncodeXyz8(in, code);
+// Lab, LCh, and XYZ for any other signature (KnownPcs rules those out first).
+const Pcs8& PcsOf(uint32_t pcs) {
+    static const Pcs8 kLab = {DecodeLab8, EncodeLab8, LabToXyz, XyzToLab};
+    static const Pcs8 kLch = {DecodeLch8, EncodeLch8, LchToXyz, XyzToLch};
+    static const Pcs8 kXyz = {DecodeXyz8, EncodeXyz8, nullptr, nullptr};
+    if (pcs == kSigLab) return kLab;
+    if (pcs == kSigLch) return kLch;
+    return kXyz;
 }
 
 // 8-bit codes of a PCS to XYZ.
 void CodesToXyz(uint32_t pcs, const double white[3], const uint8_t code[3], double xyz[3]) {
+    const Pcs8& from = PcsOf(pcs);
     double v[3];
-    DecodePcs8(pcs, code, v);
-    if (pcs == kSigLab)
-        LabToXyz(white, v, xyz);
-    else if (pcs == kSigLch)
-        LchToXyz(white, v, xyz);
+    from.decode(code, v);
+    if (from.toXyz != nullptr)
+        from.toXyz(white, v, xyz);
     else
         std::memcpy(xyz, v, sizeof v);
 }
 
 // XYZ to 8-bit codes of a PCS.
 void XyzToCodes(uint32_t pcs, const double white[3], const double xyz[3], uint8_t code[3]) {
+    const Pcs8& to = PcsOf(pcs);
     double v[3];
-    if (pcs == kSigLab)
-        XyzToLab(white, xyz, v);
-    else if (pcs == kSigLch)
-        XyzToLch(white, xyz, v);
+    if (to.fromXyz != nullptr)
+        to.fromXyz(white, xyz, v);
     else
         std::memcpy(v, xyz, sizeof v);
-    EncodePcs8(pcs, v, code);
+    to.encode(v, code);
 }
 
-// Source PCS codes to destination PCS codes without a detour through the
-// media whites: the one direct conversion between the two spaces.
+// Source PCS codes to destination PCS codes of another PCS without a detour
+// through the media whites: Lab and LCh convert directly, either of them and
+// XYZ through the one's XYZ conversion.
 void ConvertPcs8(uint32_t from, uint32_t to, const double white[3], const uint8_t in[3], uint8_t out[3]) {
     double a[3];
     double b[3];
-    DecodePcs8(from, in, a);
+    PcsOf(from).decode(in, a);
     if (from == kSigLab && to == kSigLch)
         LabToLch(white, a, b);
     else if (from == kSigLch && to == kSigLab)
         LchToLab(white, a, b);
-    else if (from == kSigLab)
-        LabToXyz(white, a, b);
-    else if (from == kSigLch)
-        LchToXyz(white, a, b);
-    else if (to == kSigLab)
-        XyzToLab(white, a, b);
+    else if (PcsOf(from).toXyz != nullptr)
+        PcsOf(from).toXyz(white, a, b);
     else
-        XyzToLch(white, a, b);
-    EncodePcs8(to, b, out);
-}
-
-// row-major 3x3 times a column.
-inline void Multiply(const double* m, const double in[3], double out[3]) {
-    out[0] = m[0] * in[0] + m[1] * in[1] + m[2] * in[2];
-    out[1] = m[3] * in[0] + m[4] * in[1] + m[5] * in[2];
-    out[2] = m[6] * in[0] + m[7] * in[1] + m[8] * in[2];
+        PcsOf(to).fromXyz(white, a, b);
+    PcsOf(to).encode(b, out);
 }
 
 // A device value of a matrix destination: clipped to [0, 1], then x 255 + 0.5
@@ -257,48 +242,43 @@ struct Builder {
         : t(record), src(source), dst(destination) {}
 
     int Fail4() {
-        t->status = 4;
+        t->status = kBuildStatusNoMemory;
         return 0;
     }
 
-    // Input side: input curves and the index tables over them.
-    int BuildInputSide() {
-        const uint32_t inputs = t->inputChannels;
-        for (uint32_t c = 0; c < inputs; ++c) {
-            int ok = src->kind == kKindLut ? LutInputTable8(&src->lut, static_cast<int>(c), &t->inputCurves[c])
-                                           : CurveTable8x256(src, static_cast<int>(c), &t->inputCurves[c]);
+    // `count` 256-entry u8 curves of a model: a lookup table's own (through
+    // `lutCurves`), else its tone curves.
+    using CurveQuery = int (*)(const LutModel*, int, ValueBuffer*);
+    int LoadCurves8(const ProfileModel* model, CurveQuery lutCurves, uint32_t count, ValueBuffer* curves) {
+        for (uint32_t c = 0; c < count; ++c) {
+            const int channel = static_cast<int>(c);
+            const int ok = model->kind == kKindLut ? lutCurves(&model->lut, channel, &curves[c])
+                                                   : CurveTable8x256(model, channel, &curves[c]);
             if (!ok) return Fail4();
-            if (!Is256(t->inputCurves[c])) return 0;
-        }
-        if (src->kind == kKindGray) return BuildMonoTables(t, &t->inputCurves[0]);
-        return BuildSimplexTables(t, t->inputCurves);
-    }
-
-    int BuildOutputSide() {
-        const uint32_t outputs = t->outputChannels;
-        for (uint32_t c = 0; c < outputs; ++c) {
-            int ok = dst->kind == kKindLut ? LutOutputTable8(&dst->lut, static_cast<int>(c), &t->outputCurves[c])
-                                           : CurveTable8x256(dst, static_cast<int>(c), &t->outputCurves[c]);
-            if (!ok) return Fail4();
-            if (!Is256(t->outputCurves[c])) return 0;
+            if (!Is256(curves[c])) return 0;
         }
         return 1;
     }
 
+    // Input side: input curves and the index tables over them.
+    int BuildInputSide() {
+        if (!LoadCurves8(src, LutInputTable8, t->inputChannels, t->inputCurves)) return 0;
+        if (IsGrayKind(src->kind)) return BuildMonoTables(t, &t->inputCurves[0]);
+        return BuildSimplexTables(t, t->inputCurves);
+    }
+
+    int BuildOutputSide() { return LoadCurves8(dst, LutOutputTable8, t->outputChannels, t->outputCurves); }
+
+    // The PCS-side curves of a lookup table: a source's output curves, a
+    // destination's input curves.
     int LoadTables() {
         if (src->kind == kKindLut) {
             if (!LoadTable(&t->status, src->lut, t->inputChannels, &srcTable)) return 0;
-            for (int c = 0; c < 3; ++c) {
-                if (!LutOutputTable8(&src->lut, c, &srcTable.curves[c])) return Fail4();
-                if (!Is256(srcTable.curves[c])) return 0;
-            }
+            if (!LoadCurves8(src, LutOutputTable8, 3, srcTable.curves)) return 0;
         }
         if (dst->kind == kKindLut) {
             if (!LoadTable(&t->status, dst->lut, 3, &dstTable)) return 0;
-            for (int c = 0; c < 3; ++c) {
-                if (!LutInputTable8(&dst->lut, c, &dstTable.curves[c])) return Fail4();
-                if (!Is256(dstTable.curves[c])) return 0;
-            }
+            if (!LoadCurves8(dst, LutInputTable8, 3, dstTable.curves)) return 0;
         }
         return 1;
     }
@@ -317,7 +297,7 @@ struct Builder {
         if (srcPcs == kSigLab || srcPcs == kSigLch) {
             const uint8_t code[3] = {g, 128, 128};
             double v[3];
-            DecodePcs8(srcPcs, code, v);
+            PcsOf(srcPcs).decode(code, v);
             v[1] = 0.0;  // a, b (or C, h) exactly neutral
             v[2] = 0.0;
             if (srcPcs == kSigLab)
@@ -341,7 +321,7 @@ struct Builder {
             double v[3];
             double w[3];
             DecodeXyz8(code, v);
-            Multiply(dst->lut.matrix, v, w);
+            MultiplyMatrix3(dst->lut.matrix, v, w);
             EncodeXyz8(w, code);
         }
         uint8_t all[256];
@@ -356,7 +336,7 @@ struct Builder {
         uint8_t srcCodes[3] = {0, 0, 0};
         if (src->kind == kKindMatrixTrc) {
             const double rgb[3] = {level[index[0]], level[index[1]], level[index[2]]};
-            Multiply(&src->matrix[0][0], rgb, xyz);
+            MultiplyMatrix3(&src->matrix[0][0], rgb, xyz);
         } else if (src->kind == kKindLut) {
             uint8_t coords[4];
             for (uint32_t a = 0; a < t->inputChannels; ++a) coords[a] = nodeCode[index[a]];
@@ -379,7 +359,7 @@ struct Builder {
         }
         if (dst->kind == kKindMatrixTrc) {
             double device[3];
-            Multiply(&dst->matrix[0][0], xyz, device);
+            MultiplyMatrix3(&dst->matrix[0][0], xyz, device);
             for (int k = 0; k < 3; ++k) out[k] = DeviceCode(device[k]);
         } else if (dst->kind == kKindLut) {
             uint8_t dstCodes[3];
@@ -494,26 +474,8 @@ void DestroyMethod0Transform(Method0Transform* transform) {
 int BuildCellFraction8(uint16_t* status, uint32_t points, ValueBuffer* cell, ValueBuffer* fraction) {
     // Cells are bytes and the last cell is points - 2.
     if (points < 2 || points > 256) return 0;
-    if (!AllocBytes(cell, 256) || !AllocU16(fraction, 256)) {
-        *status = 4;
-        return 0;
-    }
-    uint8_t* cells = Bytes(*cell);
-    uint16_t* fractions = U16(*fraction);
-    for (uint32_t v = 0; v < 256; ++v) {
-        const uint32_t s = v * (points - 1);
-        uint32_t c = s / 255;
-        uint32_t f;
-        if (c == points - 1) {
-            c = points - 2;  // the top code: last cell, full fraction
-            f = 256;
-        } else {
-            f = ((s - 255 * c) * 256 + 128) / 255;  // 8.8, rounded
-        }
-        cells[v] = static_cast<uint8_t>(c);
-        fractions[v] = static_cast<uint16_t>(f);
-    }
-    return 1;
+    // The top code lands in the last cell with the full fraction (256).
+    return BuildCellTables<uint8_t, uint16_t>(status, points, 256, kScale8, cell, fraction);
 }
 
 int BuildMonoTables(Method0Transform* transform, const ValueBuffer* curve) {
@@ -525,7 +487,7 @@ int BuildMonoTables(Method0Transform* transform, const ValueBuffer* curve) {
     int ok = BuildCellFraction8(&transform->status, transform->gridPoints, &cell, &fraction);
     if (ok) {
         if (!AllocBytes(&transform->monoCell, 256) || !AllocU16(&transform->monoFraction, 256)) {
-            transform->status = 4;
+            transform->status = kBuildStatusNoMemory;
             ok = 0;
         } else {
             // Compose with the curve: cell[v] = cell table[curve[v]], likewise the fraction.
@@ -569,14 +531,14 @@ int BuildSimplexTables(Method0Transform* transform, const ValueBuffer* curves) {
     for (uint32_t c = 0; c < n; ++c) {
         transform->simplexInput[c] = static_cast<SimplexInput*>(std::malloc(256 * sizeof(SimplexInput)));
         if (transform->simplexInput[c] == nullptr) {
-            transform->status = 4;
+            transform->status = kBuildStatusNoMemory;
             return 0;
         }
     }
     if (n == 3) {
         transform->simplex3 = static_cast<Simplex3*>(std::malloc(kSimplex3Records * sizeof(Simplex3)));
         if (transform->simplex3 == nullptr) {
-            transform->status = 4;
+            transform->status = kBuildStatusNoMemory;
             return 0;
         }
         uint32_t f[3];
@@ -595,7 +557,7 @@ int BuildSimplexTables(Method0Transform* transform, const ValueBuffer* curves) {
     } else {
         transform->simplex4 = static_cast<Simplex4*>(std::malloc(kSimplex4Records * sizeof(Simplex4)));
         if (transform->simplex4 == nullptr) {
-            transform->status = 4;
+            transform->status = kBuildStatusNoMemory;
             return 0;
         }
         uint32_t g[4];
@@ -690,7 +652,7 @@ int BuildMethod0Transform(Method0Transform* transform, uint16_t intent, ProfileF
     transform->ready = 0;
     transform->sourceSpace = source->header.colorSpace;
     transform->destinationSpace = destination->header.colorSpace;
-    transform->status = 0;
+    transform->status = kBuildStatusOk;
 
     ProfileModel sourceModel{};
     ProfileModel destinationModel{};
@@ -700,12 +662,8 @@ int BuildMethod0Transform(Method0Transform* transform, uint16_t intent, ProfileF
         transform->sourceKind = sourceModel.kind;
         transform->destinationKind = destinationModel.kind;
         // The intent reaches the grid only as this flag; 0, 1 and 2 sample alike.
-        transform->absolute = intent == 3 ? 1 : 0;
-        const bool known = (sourceModel.kind == kKindMatrixTrc || sourceModel.kind == kKindLut ||
-                            sourceModel.kind == kKindGray) &&
-                           (destinationModel.kind == kKindMatrixTrc || destinationModel.kind == kKindLut ||
-                            destinationModel.kind == kKindGray);
-        if (known) {
+        transform->absolute = intent == kBuilderIntentAbsolute ? 1 : 0;
+        if (IsKnownKind(sourceModel.kind) && IsKnownKind(destinationModel.kind)) {
             Builder builder(transform, &sourceModel, &destinationModel);
             result = builder.Run();
         }

@@ -10,45 +10,45 @@
 #include "transform/method1.h"
 
 #include <cstdlib>
+#include <initializer_list>
 
 #include "profile/profile_model.h"
+#include "transform/build_common.h"
 #include "transform/colour.h"
 
 namespace tintra3 {
 
 namespace {
 
-// 16-bit levels are located in a lut's grid with 16.16 fractions.
-constexpr uint32_t kLocateShift = 16;
-constexpr uint32_t kFullScale = 65535;
-constexpr uint32_t kLocateRound = 32768;
+// What a build keeps of a lookup-table side: the 16-bit tables on its PCS
+// side (a source's output tables, a destination's input tables), its CLUT
+// and the CLUT's strides.
+struct LutSide {
+    ValueBuffer tables[4] = {};
+    ValueBuffer clut = {};
+    uint32_t strides[4] = {};
+};
 
 // Everything a build keeps only while it runs.
 struct BuildScratch {
-    // Lookup-table source: 16-bit output tables and CLUT of its lut.
-    ValueBuffer sourceOutput16[4] = {};
-    ValueBuffer sourceClut = {};
-    uint32_t sourceStrides[4] = {};
-    // Lookup-table destination: 16-bit input tables and CLUT of its lut.
-    ValueBuffer destinationInput16[4] = {};
-    ValueBuffer destinationClut = {};
-    uint32_t destinationStrides[4] = {};
+    LutSide source;
+    LutSide destination;
     // Matrix/TRC source: node positions 0 .. 1.
     double* nodes = nullptr;
 
     ~BuildScratch() {
-        for (int c = 0; c < 4; ++c) {
-            FreeValueBuffer(&sourceOutput16[c]);
-            FreeValueBuffer(&destinationInput16[c]);
+        for (LutSide* side : {&source, &destination}) {
+            for (ValueBuffer& table : side->tables) FreeValueBuffer(&table);
+            FreeValueBuffer(&side->clut);
         }
-        FreeValueBuffer(&sourceClut);
-        FreeValueBuffer(&destinationClut);
         std::free(nodes);
     }
 };
 
 // Kinds other than matrix/TRC and lookup table are handled as grey.
-uint16_t EffectiveKind(uint16_t kind) { return kind == kKindMatrixTrc || kind == kKindLut ? kind : uint16_t(kKindGray); }
+uint16_t EffectiveKind(uint16_t kind) {
+    return kind == kKindMatrixTrc || kind == kKindLut ? kind : uint16_t(kKindGray);
+}
 
 // Element strides of a grid of `points` per axis with `outputs` values per
 // node, last axis fastest. Returns the total element count (fits: at most
@@ -61,25 +61,19 @@ uint64_t GridStrides(uint32_t dims, uint32_t points, uint32_t outputs, uint32_t 
 }
 
 bool Fail(Method1Transform* t) {
-    t->status = 4;
+    t->status = kBuildStatusNoMemory;
     return false;
 }
 
-// A lut whose tables could index outside themselves is not usable here. The
-// reader checks the tag against the file; this checks the shapes the builder
-// relies on: two or more grid points, tables of two or more entries and a
-// CLUT as large as the grid.
-bool LutShapeUsable(uint32_t gridPoints, uint32_t dims, uint32_t outputs, const ValueBuffer& clut) {
-    if (gridPoints < 2 || outputs < 1 || outputs > 4) return false;
-    uint64_t needed = outputs;
-    for (uint32_t d = 0; d < dims; ++d) needed *= gridPoints;
-    return clut.count >= needed;
+// A 16-bit level located in a lut's grid: cell and 16.16 fraction.
+void LocateLevel(uint32_t gridPoints, uint32_t level, uint32_t* cell, uint32_t* fraction) {
+    const CellPosition at = LocateCell(gridPoints - 1, level, kScale16.fullScale);
+    *cell = at.cell;
+    *fraction = CellFraction(at.remainder, kScale16);
 }
 
-void MatrixTimes(const double m[9], const double in[3], double out[3]) {
-    out[0] = m[0] * in[0] + m[1] * in[1] + m[2] * in[2];
-    out[1] = m[3] * in[0] + m[4] * in[1] + m[5] * in[2];
-    out[2] = m[6] * in[0] + m[7] * in[1] + m[8] * in[2];
+uint16_t Table16(const ValueBuffer& table, uint32_t value) {
+    return InterpolateTable16(U16(table), table.count, value, kScale16);
 }
 
 // XYZ 1.15 codes through a lut's 3x3 matrix: decode, multiply, encode.
@@ -87,7 +81,7 @@ void ApplyLutMatrix(const LutModel& lut, uint16_t codes[3]) {
     double xyz[3];
     double mixed[3];
     DecodeXyz16(codes, xyz);
-    MatrixTimes(lut.matrix, xyz, mixed);
+    MultiplyMatrix3(lut.matrix, xyz, mixed);
     EncodeXyz16(mixed, codes);
 }
 
@@ -109,8 +103,8 @@ private:
     bool ChooseShape();
     bool FillInputTables();
     bool FillOutputTables();
-    bool PrepareSourceLut();
-    bool PrepareDestinationLut();
+    using TableQuery = int (*)(const LutModel*, int, ValueBuffer*);
+    bool PrepareLut(const LutModel& lut, TableQuery pcsTables, uint32_t axes, uint32_t outputs, LutSide* side);
     bool PrepareGrid();
     void SourceToXyz(const uint32_t coord[4], double xyz[3]) const;
     void XyzToDestination(const double xyz[3], uint16_t* out) const;
@@ -189,27 +183,17 @@ bool Method1Builder::FillOutputTables() {
     return true;
 }
 
-bool Method1Builder::PrepareSourceLut() {
-    const LutModel& lut = src_->lut;
+// Tables of two or more entries and a CLUT as large as the grid: a lut whose
+// lookups could index outside its tables is not usable.
+bool Method1Builder::PrepareLut(const LutModel& lut, TableQuery pcsTables, uint32_t axes, uint32_t outputs,
+                                LutSide* side) {
     for (int c = 0; c < 3; ++c) {
-        if (!LutOutputTable16(&lut, c, &scratch_.sourceOutput16[c])) return Fail(t_);
-        if (scratch_.sourceOutput16[c].count < 2) return false;
+        if (!pcsTables(&lut, c, &side->tables[c])) return Fail(t_);
+        if (side->tables[c].count < 2) return false;
     }
-    if (!LutClut16(&lut, &scratch_.sourceClut)) return Fail(t_);
-    if (!LutShapeUsable(lut.gridPoints, lut.inputChannels, 3, scratch_.sourceClut)) return false;
-    GridStrides(lut.inputChannels, lut.gridPoints, 3, scratch_.sourceStrides);
-    return true;
-}
-
-bool Method1Builder::PrepareDestinationLut() {
-    const LutModel& lut = dst_->lut;
-    for (int c = 0; c < 3; ++c) {
-        if (!LutInputTable16(&lut, c, &scratch_.destinationInput16[c])) return Fail(t_);
-        if (scratch_.destinationInput16[c].count < 2) return false;
-    }
-    if (!LutClut16(&lut, &scratch_.destinationClut)) return Fail(t_);
-    if (!LutShapeUsable(lut.gridPoints, 3, lut.outputChannels, scratch_.destinationClut)) return false;
-    GridStrides(3, lut.gridPoints, lut.outputChannels, scratch_.destinationStrides);
+    if (!LutClut16(&lut, &side->clut)) return Fail(t_);
+    if (!ClutCovers(lut.gridPoints, axes, outputs, side->clut.count)) return false;
+    GridStrides(axes, lut.gridPoints, outputs, side->strides);
     return true;
 }
 
@@ -235,8 +219,7 @@ void Method1Builder::SourceToXyz(const uint32_t coord[4], double xyz[3]) const {
     const uint32_t p = t_->gridPoints;
     if (sourceKind_ == kKindMatrixTrc) {
         const double rgb[3] = {scratch_.nodes[coord[0]], scratch_.nodes[coord[1]], scratch_.nodes[coord[2]]};
-        const double(&m)[3][3] = src_->matrix;
-        for (int r = 0; r < 3; ++r) xyz[r] = m[r][0] * rgb[0] + m[r][1] * rgb[1] + m[r][2] * rgb[2];
+        MultiplyMatrix3(&src_->matrix[0][0], rgb, xyz);
         return;
     }
     if (sourceKind_ == kKindLut) {
@@ -247,15 +230,10 @@ void Method1Builder::SourceToXyz(const uint32_t coord[4], double xyz[3]) const {
         if (src_->inputSpace == kSigXyz) ApplyLutMatrix(lut, level);
         uint32_t cell[4];
         uint32_t fraction[4];
-        for (uint32_t d = 0; d < dims; ++d)
-            LocateInGrid(lut.gridPoints - 1u, level[d], kLocateShift, kFullScale, kLocateRound, &cell[d],
-                         &fraction[d]);
+        for (uint32_t d = 0; d < dims; ++d) LocateLevel(lut.gridPoints, level[d], &cell[d], &fraction[d]);
         uint16_t pcs[3];
-        if (dims == 3)
-            InterpolateClut3(U16(scratch_.sourceClut), 3, cell, fraction, scratch_.sourceStrides, pcs);
-        else
-            InterpolateClut4(U16(scratch_.sourceClut), 3, cell, fraction, scratch_.sourceStrides, pcs);
-        for (int c = 0; c < 3; ++c) pcs[c] = InterpolateTable16(&scratch_.sourceOutput16[c], pcs[c]);
+        InterpolateCell16(U16(scratch_.source.clut), 3, dims, cell, fraction, scratch_.source.strides, pcs);
+        for (int c = 0; c < 3; ++c) pcs[c] = Table16(scratch_.source.tables[c], pcs[c]);
         double decoded[3];
         if (src_->outputSpace == kSigLab) {
             DecodeLab16(pcs, decoded);
@@ -287,8 +265,9 @@ void Method1Builder::SourceToXyz(const uint32_t coord[4], double xyz[3]) const {
 void Method1Builder::XyzToDestination(const double xyz[3], uint16_t* out) const {
     const double* white = src_->illuminant;  // every Lab/LCh step uses the source's white
     if (destinationKind_ == kKindMatrixTrc) {
-        const double(&m)[3][3] = dst_->matrix;  // already inverted
-        for (int r = 0; r < 3; ++r) out[r] = DeviceCode16(m[r][0] * xyz[0] + m[r][1] * xyz[1] + m[r][2] * xyz[2]);
+        double device[3];
+        MultiplyMatrix3(&dst_->matrix[0][0], xyz, device);  // already inverted
+        for (int r = 0; r < 3; ++r) out[r] = DeviceCode16(device[r]);
         return;
     }
     uint16_t pcs[3];
@@ -308,22 +287,26 @@ void Method1Builder::XyzToDestination(const double xyz[3], uint16_t* out) const 
         return;
     }
     const LutModel& lut = dst_->lut;
-    for (int c = 0; c < 3; ++c) pcs[c] = InterpolateTable16(&scratch_.destinationInput16[c], pcs[c]);
+    for (int c = 0; c < 3; ++c) pcs[c] = Table16(scratch_.destination.tables[c], pcs[c]);
     // The matrix comes after the input tables here, on purpose.
     if (dst_->inputSpace == kSigXyz) ApplyLutMatrix(lut, pcs);
     uint32_t cell[3];
     uint32_t fraction[3];
-    for (int d = 0; d < 3; ++d)
-        LocateInGrid(lut.gridPoints - 1u, pcs[d], kLocateShift, kFullScale, kLocateRound, &cell[d], &fraction[d]);
-    InterpolateClut3(U16(scratch_.destinationClut), lut.outputChannels, cell, fraction, scratch_.destinationStrides,
-                     out);
+    for (int d = 0; d < 3; ++d) LocateLevel(lut.gridPoints, pcs[d], &cell[d], &fraction[d]);
+    InterpolateCell16(U16(scratch_.destination.clut), lut.outputChannels, 3, cell, fraction,
+                      scratch_.destination.strides, out);
 }
 
 bool Method1Builder::Run() {
     if (!ChooseShape()) return false;
     if (!FillInputTables() || !FillOutputTables()) return false;
-    if (sourceKind_ == kKindLut && !PrepareSourceLut()) return false;
-    if (destinationKind_ == kKindLut && !PrepareDestinationLut()) return false;
+    // A source lut yields a PCS triple; a destination's outputs ChooseShape held to four.
+    if (sourceKind_ == kKindLut &&
+        !PrepareLut(src_->lut, LutOutputTable16, src_->lut.inputChannels, 3, &scratch_.source))
+        return false;
+    if (destinationKind_ == kKindLut &&
+        !PrepareLut(dst_->lut, LutInputTable16, 3, dst_->lut.outputChannels, &scratch_.destination))
+        return false;
     if (!PrepareGrid()) return false;
 
     const uint32_t dims = t_->inputChannels;
@@ -395,54 +378,16 @@ int BuildMethod1Transform(Method1Transform* transform, uint16_t intent, ProfileF
     int result = 0;
     if (BuildSourceModel(intent, source, &sourceModel) &&
         BuildDestinationModel(intent, destination, gamut, &destinationModel)) {
-        t->absolute = intent == 3 ? 1 : 0;
+        t->absolute = intent == kBuilderIntentAbsolute ? 1 : 0;
         t->sourceKind = sourceModel.kind;
         t->destinationKind = destinationModel.kind;
-        t->status = 0;
+        t->status = kBuildStatusOk;
         result = Method1Builder(t, &sourceModel, &destinationModel).Run() ? 1 : 0;
     }
     ReleaseProfileModel(&sourceModel);
     ReleaseProfileModel(&destinationModel);
     t->ready = result ? 1 : 0;
     return result;
-}
-
-void LocateInGrid(uint32_t last, uint32_t value, uint32_t shift, uint32_t fullScale, uint32_t round,
-                  uint32_t* cell, uint32_t* fraction) {
-    const uint32_t p = value * last;
-    const uint32_t c = p / fullScale;
-    if (c != last) {
-        *cell = c;
-        *fraction = (((p - c * fullScale) << shift) + round) / fullScale;
-    } else {
-        // The top of the scale: one whole step into the last cell.
-        *cell = last - 1;
-        *fraction = fullScale + 1;
-    }
-}
-
-uint16_t InterpolateTable16(const ValueBuffer* table, uint32_t value) {
-    const uint16_t* t = U16(*table);
-    if (table->count < 2) return table->count == 1 ? t[0] : 0;
-    uint32_t cell;
-    uint32_t fraction;
-    LocateInGrid(table->count - 1, value, kLocateShift, kFullScale, kLocateRound, &cell, &fraction);
-    // Values above full scale would step past the table: hold the last segment.
-    if (cell + 1 >= table->count) cell = table->count - 2;
-    const uint32_t a = t[cell];
-    const uint32_t b = t[cell + 1];
-    // 32-bit wrap-around then 16-bit truncation: falling segments come out right.
-    return uint16_t(a + (((b - a) * fraction + 32768) >> 16));
-}
-
-void InterpolateClut3(const uint16_t* clut, uint8_t outputs, const uint32_t cell[3], const uint32_t fraction[3],
-                      const uint32_t stride[3], uint16_t* out) {
-    InterpolateCell16(clut, outputs, 3, cell, fraction, stride, out);
-}
-
-void InterpolateClut4(const uint16_t* clut, uint8_t outputs, const uint32_t cell[4], const uint32_t fraction[4],
-                      const uint32_t stride[4], uint16_t* out) {
-    InterpolateCell16(clut, outputs, 4, cell, fraction, stride, out);
 }
 
 }  // namespace tintra3

@@ -45,13 +45,4 @@ void DestroyMethod1Transform(Method1Transform* transform);
 int BuildMethod1Transform(Method1Transform* transform, uint16_t intent, ProfileFile* source,
                           ProfileFile* destination, uint32_t gamut);
 
-// Build-time integer routines.
-void LocateInGrid(uint32_t last, uint32_t value, uint32_t shift, uint32_t fullScale, uint32_t round,
-                  uint32_t* cell, uint32_t* fraction);
-uint16_t InterpolateTable16(const ValueBuffer* table, uint32_t value);
-void InterpolateClut3(const uint16_t* clut, uint8_t outputs, const uint32_t cell[3], const uint32_t fraction[3],
-                      const uint32_t stride[3], uint16_t* out);
-void InterpolateClut4(const uint16_t* clut, uint8_t outputs, const uint32_t cell[4], const uint32_t fraction[4],
-                      const uint32_t stride[4], uint16_t* out);
-
 }  // namespace tintra3

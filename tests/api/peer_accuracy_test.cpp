@@ -63,7 +63,10 @@ std::vector<T> Peer(cmsHPROFILE from, cmsUInt32Number fromFormat, cmsHPROFILE to
     std::vector<T> out(pixels * perPixel);
     cmsHTRANSFORM t = cmsCreateTransform(from, fromFormat, to, toFormat, INTENT_RELATIVE_COLORIMETRIC, flags);
     EXPECT_NE(t, nullptr);
-    if (t) cmsDoTransform(t, input, out.data(), cmsUInt32Number(pixels)), cmsDeleteTransform(t);
+    if (t) {
+        cmsDoTransform(t, input, out.data(), cmsUInt32Number(pixels));
+        cmsDeleteTransform(t);
+    }
     return out;
 }
 
@@ -112,7 +115,8 @@ TEST(PeerAccuracy, StaysWithinExplainedBounds) {
         const auto peer = Peer<uint16_t>(hs, Format(pc.in, 1), hd, Format(pc.out, 2), input.data(),
                                            input.size() / pc.in, pc.out, cmsFLAGS_NOCACHE);
         const auto a = ToLab(hd, pc.out, Ours(src, dst, pc.method, input, pc.in, pc.out)), b = ToLab(hd, pc.out, peer);
-        cmsCloseProfile(hs), cmsCloseProfile(hd);
+        cmsCloseProfile(hs);
+        cmsCloseProfile(hd);
         double sum[2] = {}, max[2] = {};
         size_t count[2] = {};
         for (size_t i = 0; i < a.size(); ++i) {

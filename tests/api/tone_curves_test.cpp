@@ -16,8 +16,9 @@ constexpr uint32_t kWidth = 256;
 constexpr ImageParams kImage{kWidth, 1, kWidth * 8, kWidth * 8, 8, 8, 0, 0};
 auto* M0(Matcher& m) { return static_cast<tintra3::Method0Transform*>(m.m.selector.transform); }
 auto* M1(Matcher& m) { return static_cast<tintra3::Method1Transform*>(m.m.selector.transform); }
+// The entries of a table of the transform record.
 template <class T = uint16_t>
-std::vector<T> Get(const ValueBuffer& b) {
+std::vector<T> Get(const tintra3::ValueBuffer& b) {
     const auto* p = static_cast<const T*>(b.data);
     return p ? std::vector<T>(p, p + b.count) : std::vector<T>{};
 }

@@ -70,7 +70,7 @@ TEST(ProfileFile, BuffersFixedHeaderAndLookup) {
     uint32_t type = 0, peeked = 0;
     EXPECT_EQ(FindTag(&p.file, Sig4("kTRC"), &index, &type) + FindTag(&p.file, Sig4("rTRC"), &absent, &peeked), 1);
     EXPECT_EQ(std::tuple(index, type, absent), std::tuple(1, kTypeCurv, -7));  // the first wins; absent: untouched
-    EXPECT_TRUE(PeekTagType(&p.file, 2, &type) && ReadU32BE(&p.file, &peeked) && peeked == kTypeXyz);  // peek rewinds
+    EXPECT_TRUE(PeekTagType(&p.file, 2, &type) && ReadU32BE(p.file.stream, &peeked) && peeked == kTypeXyz);  // peek rewinds
     EXPECT_EQ(PeekTagType(&p.file, 3, &type), 0);  // index == count
 }
 
@@ -93,7 +93,10 @@ std::pair<int, uint32_t> ReadAll(const std::vector<uint8_t>& element, std::optio
     const int ok = ReadXyzTag(&p.file, 0, &x) | ReadCurveTag(&p.file, 0, &c) << 1 | ReadLut8Tag(&p.file, 0, &l8) << 2 |
                    ReadLut16Tag(&p.file, 0, &l16) << 3;
     const std::pair<int, uint32_t> read(ok, x.count + c.entries.count + l8.clut.count + l16.clut.count);
-    ReleaseXyzArray(&x), ReleaseCurveTag(&c), ReleaseLut8Tag(&l8), ReleaseLut16Tag(&l16);
+    ReleaseXyzArray(&x);
+    ReleaseCurveTag(&c);
+    ReleaseLut8Tag(&l8);
+    ReleaseLut16Tag(&l16);
     return read;
 }
 

@@ -12,56 +12,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "api/status.h"
+
 namespace tintra3::cli {
 
 std::string StatusText(uint32_t status) {
-    struct Entry {
-        uint32_t code;
-        const char* meaning;
-    };
-    static const Entry kTable[] = {
-        {0, "success"},
-        {1000, "out of memory: the transform could not be allocated or built"},
-        {1001, "in-place conversion impossible: channel counts or bit depths differ"},
-        {1002, "the pixel block does not fit the buffer size"},
-        {1003, "buffer error"},
-        {1100, "the pixel block does not fit the buffer size"},
-        {1110, "buffer error"},
-        {1190, "out of memory, or in-place conversion impossible"},
-        {1200, "source colour space not accepted, or input bit depth not supported"},
-        {1210, "destination colour space not accepted, or output bit depth not supported"},
-        {1290, "sample layout not supported"},
-        {1300, "rendering intent not supported"},
-        {1310, "matching method not supported"},
-        {1390, "an argument is null or out of range"},
-        {1400, "source profile cannot be opened"},
-        {1401, "source profile device class not accepted"},
-        {1402, "source profile not in the folder registered for its class"},
-        {1403, "source path missing, or out of memory"},
-        {1410, "destination profile cannot be opened"},
-        {1411, "destination profile device class not accepted"},
-        {1412, "destination profile not in the folder registered for its class"},
-        {1413, "destination path missing, or out of memory"},
-        {1490, "a profile cannot be read or used"},
-        {1500, "internal error"},
-        {1600, "the transform could not be built"},
-        {2000, "the profiles cannot be combined (transform status 2)"},
-        {2010, "the profiles cannot be combined (transform status 3)"},
-        {2020, "input bit depth not supported (8, 10, 12 or 16)"},
-        {2021, "output bit depth not supported (8 or 16)"},
-        {2030, "sample layout not supported"},
-        {2040, "matching method not supported (0 or 1)"},
-        {2050, "rendering intent not supported"},
-        {3000, "the profile cannot be opened, or its header or tag directory cannot be read"},
-        {3001, "not an ICC profile, or a tag the conversion needs is missing or unusable"},
-        {4000, "internal error"},
-        {5000, "the transform could not be built"},
-        {5001, "an argument is null or out of range"},
-    };
-    for (const Entry& e : kTable) {
-        if (e.code == status) return "error " + std::to_string(status) + " (" + e.meaning + ")";
-    }
-    return "error " + std::to_string(status) + " (unknown status code)";
+    const StatusRow* row = FindStatus(status);
+    const char* meaning = row != nullptr ? row->meaning : "unknown status code";
+    return "error " + std::to_string(status) + " (" + meaning + ")";
 }
 
 // ---- files removed on exit or on a signal ----------------------------------
