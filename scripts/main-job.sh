@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The main job: builds the library, the tools and the example (release preset),
-# prints what the library reads from every installed profile, writes the test chart,
+# prints one line per installed profile (usable by the library as tintra
+# prepares it, and as it is), runs the C example, writes the test chart,
 # converts it from builtin:srgb to builtin:cmyk and back with both matching
 # methods, and prints a summary: image size, seconds and megapixels per
 # second of each step, and the round-trip colour error (dE*ab).
@@ -14,12 +15,12 @@ cmake --build --preset release --target tintra tintra-inspect example_convert
 tintra=./build/release/tools/tintra
 mkdir -p "$out"
 
-echo "== what the library reads from every profile of the Debian profile packages"
+echo "== every installed profile (tintra-inspect --full PROFILE: what the library reads from it)"
 ./build/release/tools/tintra-inspect
 echo
 
-echo "== the C example (examples/convert.c): sRGB to Adobe RGB through the toolbox layer"
-./build/release/examples/example_convert
+echo "== the C example (examples/convert.c): 4 pixels, sRGB to Adobe RGB through the toolbox layer"
+./build/release/examples/example_convert | sed 's/^/  example: /'
 echo
 
 rows=""
@@ -80,3 +81,6 @@ echo "Round-trip colour error, chart -> builtin:cmyk -> builtin:srgb, relative c
 echo "(the chart's saturated colours lie outside the printer's gamut and dominate the first figure;"
 echo " the second is a round trip of the already round-tripped, in-gamut image):"
 printf "%s" "$errors"
+echo
+echo "Files written:"
+for f in "$out"/chart*.tif; do printf "  %-40s %10s bytes\n" "$f" "$(stat -c %s "$f")"; done

@@ -108,7 +108,8 @@ void PrintModels(ProfileFile* profile) {
 
 }  // namespace
 
-bool PrintProfileReport(const std::string& path, const std::string& title, std::string* error) {
+bool PrintProfileReport(const std::string& path, const std::string& title, std::string* error,
+                        const std::string& extra) {
     ProfileFile profile{};
     if (!OpenProfile(path.c_str(), &profile)) {
         const char* const reason = "cannot read as an ICC profile (missing, unreadable, or header or tag directory cut short)";
@@ -125,6 +126,7 @@ bool PrintProfileReport(const std::string& path, const std::string& title, std::
     PrintDirectory(&profile);
     PrintModels(&profile);
     CloseProfile(&profile);
+    std::fputs(extra.c_str(), stdout);
     std::printf("\n");
     return true;
 }

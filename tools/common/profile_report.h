@@ -12,6 +12,8 @@ namespace tintra3::report {
 // standard output. A file that cannot be read as a profile gives false and
 // one error line instead: on standard output, or, when `error` is given, in
 // *error for the caller to report (nothing printed).
-bool PrintProfileReport(const std::string& path, const std::string& title, std::string* error = nullptr);
+// `extra` (whole lines) is printed at the end of the report.
+bool PrintProfileReport(const std::string& path, const std::string& title, std::string* error = nullptr,
+                        const std::string& extra = "");
 
 }  // namespace tintra3::report

@@ -2,6 +2,9 @@
 // a version-2 profile, optionally damaged on purpose.
 #include "tools/iccwriter/icc_writer.h"
 
+#include "tools/iccwriter/icc_prepare.h"
+
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -153,6 +156,25 @@ std::vector<uint8_t> Mft2Element(const Lut& lut) {
     for (uint16_t v : lut.clut) PutU16(out, v);
     for (size_t c = 0; c < lut.outputChannels; ++c)
         for (uint16_t v : TableOrRamp(lut.outputTables, c, scratch, outEntries)) PutU16(out, v);
+    return out;
+}
+
+std::vector<uint8_t> DescriptionElement(const std::string& text) {
+    // The whole element is sized first and filled in place: ASCII count and
+    // text with its NUL, Unicode language and count, ScriptCode code (2
+    // bytes), count (1) and its fixed 67-byte string.
+    const size_t ascii = text.size() + 1;
+    std::vector<uint8_t> out(8 + 4 + ascii + 4 + 4 + 2 + 1 + 67, 0);
+    SetU32(out, 0, Sig4("desc"));
+    SetU32(out, 8, uint32_t(ascii));
+    std::copy(text.begin(), text.end(), out.begin() + 12);
+    return out;
+}
+
+std::vector<uint8_t> TextElement(const std::string& text) {
+    std::vector<uint8_t> out(8 + text.size() + 1, 0);
+    SetU32(out, 0, Sig4("text"));
+    std::copy(text.begin(), text.end(), out.begin() + 8);
     return out;
 }
 
@@ -310,6 +332,16 @@ ProfileWriter GrayProfile(double gamma, uint32_t pcs) {
     w.header.pcs = pcs;
     w.AddTag(Sig4("wtpt"), XyzElement({{0.9642, 1.0, 0.8249}}));
     w.AddTag(Sig4("kTRC"), GammaElement(gamma));
+    return w;
+}
+
+ProfileWriter GrayLightnessProfile(double gamma) {
+    ProfileWriter w;
+    w.header.deviceClass = Sig4("mntr");
+    w.header.colorSpace = Sig4("GRAY");
+    w.header.pcs = Sig4("Lab ");
+    w.AddTag(Sig4("wtpt"), XyzElement({{0.9642, 1.0, 0.8249}}));
+    w.AddTag(Sig4("kTRC"), CurvElement(GammaLightnessTable(gamma)));
     return w;
 }
 

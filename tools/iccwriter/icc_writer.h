@@ -64,6 +64,10 @@ std::vector<uint8_t> GammaElement(double gamma);                       // 'curv'
 std::vector<uint8_t> XyzElement(const std::vector<std::array<double, 3>>& values);
 std::vector<uint8_t> Mft1Element(const Lut& lut);
 std::vector<uint8_t> Mft2Element(const Lut& lut);
+// 'desc' (textDescriptionType: the ASCII text, empty Unicode and ScriptCode
+// parts) and 'text' (textType) elements.
+std::vector<uint8_t> DescriptionElement(const std::string& text);
+std::vector<uint8_t> TextElement(const std::string& text);
 // Any element with an arbitrary type signature and payload after the 8-byte prefix.
 std::vector<uint8_t> RawElement(uint32_t type, const std::vector<uint8_t>& payload);
 
@@ -114,8 +118,12 @@ struct Primaries {
 // RGB matrix/TRC display profile; each curve given as 'curv' entries.
 ProfileWriter MatrixTrcProfile(const Primaries& p, const std::vector<uint16_t>& curve);
 ProfileWriter MatrixTrcGammaProfile(const Primaries& p, double gamma);
-// Grey profile with a 'kTRC' (pcs 'XYZ ' or 'Lab ').
+// Grey profile with a 'kTRC' (pcs 'XYZ ' or 'Lab ') holding the gamma as it
+// is: with a Lab connection space the curve is then read as lightness.
 ProfileWriter GrayProfile(double gamma, uint32_t pcs);
+// Grey profile of luminance Y = x^gamma with a Lab connection space, its
+// 'kTRC' sampled as lightness (what the library reads exactly).
+ProfileWriter GrayLightnessProfile(double gamma);
 // Lut profile: A2B0 (and B2A0) from the given luts, class and spaces as given.
 ProfileWriter LutProfile(uint32_t deviceClass, uint32_t colorSpace, uint32_t pcs, const Lut* a2b0, const Lut* b2a0,
                          bool sixteenBit);

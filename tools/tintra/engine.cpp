@@ -76,6 +76,9 @@ Failure InitFailure(uint32_t status, const ImageParams& image, const Profile& sr
             concern = "the conversion settings";
             break;
         default: {
+            // The profile check knows which profile and tag are at fault and why.
+            concern = ProfileProblems(src, dst, s.intent);
+            if (!concern.empty()) break;
             concern = "source profile " + src.label + " with destination profile " + dst.label;
             try {
                 const Profile lab = LoadProfile("builtin:lab");
@@ -91,6 +94,17 @@ Failure InitFailure(uint32_t status, const ImageParams& image, const Profile& sr
         }
     }
     return Failure(StatusText(status) + ": " + concern);
+}
+
+// The profile check runs first; where the library refuses too, its status
+// code stands beside the check's reason, and where it would accept what the
+// check refuses (a named-colour or abstract profile) the check decides.
+void InitChecked(Matcher& m, const ImageParams& image, const Profile& src, const Profile& dst, const MatchSettings& s) {
+    const std::string problems = ProfileProblems(src, dst, s.intent);
+    const uint32_t status = m.Init(image, src, dst, s);
+    if (status != 0) throw InitFailure(status, image, src, dst, s);
+    if (!problems.empty()) throw Failure(problems);
+    NoteMisreadings(src, dst);
 }
 
 void CheckChannels(int imageChannels, const Profile& src, const Profile& dst, const std::string& inName) {
@@ -263,8 +277,7 @@ public:
     void Build(const Image& page) {
         const double buildStart = Seconds();
         lanes_[0].matcher = std::make_unique<Matcher>();
-        const uint32_t status = lanes_[0].matcher->Init(params_, src_, dst_, settings_);
-        if (status != 0) throw InitFailure(status, params_, src_, dst_, settings_);
+        InitChecked(*lanes_[0].matcher, params_, src_, dst_, settings_);
         buildSeconds_ = Seconds() - buildStart;
         // The library has accepted both profiles; now they must fit the image.
         CheckChannels(page.colourChannels, src_, dst_, inName_);
@@ -572,8 +585,7 @@ std::vector<std::vector<uint32_t>> ConvertValues(const std::vector<std::vector<u
     params.bitsOut = settings.bitsOut;
     params.layout = TINTRA_INTERLEAVED;
     Matcher matcher;
-    const uint32_t status = matcher.Init(params, src, dst, settings);
-    if (status != 0) throw InitFailure(status, params, src, dst, settings);
+    InitChecked(matcher, params, src, dst, settings);
     CheckChannels(ChannelsOf(src.ColorSpace()), src, dst, "");
     if (count == 0) return {};
     const int cout = ChannelsOf(dst.ColorSpace());

@@ -25,6 +25,7 @@
 #include <unistd.h>
 
 #include "tools/common/profile_report.h"
+#include "tools/iccwriter/icc_prepare.h"
 #include "tools/iccwriter/icc_writer.h"
 #include "tools/tintra/common.h"
 #include "tools/tintra/engine.h"
@@ -51,7 +52,9 @@ const char* const kMainHelp =
     "  eval               convert colour values given as arguments or on standard input\n"
     "  chart OUT          write the built-in test chart (sRGB)\n"
     "  compare A B        mean and maximum colour difference (dE*ab) of two images\n"
+    "  prepare IN OUT     write the version-2 profile the library reads exactly as IN means\n"
     "\n"
+    "Profiles are prepared for the library unless --as-is is given (see 'prepare').\n"
     "Profiles are file paths or built-in names: builtin:srgb, builtin:gray22,\n"
     "builtin:cmyk, builtin:lab. 'tintra COMMAND --help' describes a command;\n"
     "'tintra --version' names the version.\n";
@@ -470,8 +473,9 @@ int Info(const std::vector<std::string>& argv) {
         try {
             const Profile p = LoadProfile(profileName);
             // The reader's failure is the library's status 3000 for this file.
-            if (!report::PrintProfileReport(p.path, profileName, &error))
-                throw Failure(StatusText(3000) + ": profile " + p.label);
+            if (!report::PrintProfileReport(p.path, profileName, &error, UsabilityReport(p)))
+                throw Failure(StatusText(3000) + ": profile " + p.label + " (" +
+                              icc::LibraryProblem(p.bytes, icc::Role::kSource, 0) + ")");
         } catch (const Failure& f) {
             if (f.usage) throw;
             std::fflush(stdout);
@@ -633,12 +637,23 @@ int Compare(const std::vector<std::string>& argv) {
 }
 
 int Run(int argc, char** argv) {
-    if (argc < 2) {
+    std::vector<std::string> rest(argv + 1, argv + argc);
+    // --as-is, before or after the command: profiles reach the library
+    // exactly as given, as an application calling it directly hands them over.
+    for (auto it = rest.begin(); it != rest.end() && *it != "--";) {
+        if (*it != "--as-is") {
+            ++it;
+            continue;
+        }
+        SetProfilesAsIs(true);
+        it = rest.erase(it);
+    }
+    if (rest.empty()) {
         std::fputs(kMainHelp, stderr);
         return 2;
     }
-    const std::string command = argv[1];
-    const std::vector<std::string> rest(argv + 2, argv + argc);
+    const std::string command = rest.front();
+    rest.erase(rest.begin());
     if (command == "--help" || command == "-h" || command == "help") {
         std::fputs(kMainHelp, stdout);
         return 0;
@@ -649,6 +664,7 @@ int Run(int argc, char** argv) {
     }
     if (command == "convert") return Convert(rest);
     if (command == "info") return Info(rest);
+    if (command == "prepare") return PrepareCommand(rest);
     if (command == "eval") return Eval(rest);
     if (command == "chart") return Chart(rest);
     if (command == "compare") return Compare(rest);

@@ -2,7 +2,8 @@
 //
 // builtin:srgb    v2 'mntr' RGB matrix/TRC: sRGB primaries adapted to D50,
 //                 a 1024-entry sRGB tone curve.
-// builtin:gray22  v2 'mntr' GRAY, gamma 2.2.
+// builtin:gray22  v2 'mntr' GRAY with Lab PCS: luminance gamma 2.2 as a
+//                 4096-entry lightness curve.
 // builtin:cmyk    v2 'prtr' CMYK with Lab PCS: A2B0/1/2 and B2A0/1/2 as 'mft2'
 //                 tags sampled from the analytical ink model below.
 // builtin:lab     v2 'spac' Lab -> Lab identity (2-point 'mft2' luts): as a
@@ -12,8 +13,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
+#include <set>
 
+#include "tools/iccwriter/icc_prepare.h"
 #include "tools/iccwriter/icc_writer.h"
 
 namespace tintra3::cli {
@@ -176,30 +180,9 @@ uint16_t GridLevel(uint32_t i, uint32_t points) { return uint16_t((i * 65535u + 
 constexpr int kA2BPoints = 13;
 constexpr int kB2APoints = 33;
 
-// The textDescriptionType element: ASCII part, empty Unicode and ScriptCode parts.
-std::vector<uint8_t> DescElement(const std::string& text) {
-    std::vector<uint8_t> p;
-    auto u32 = [&p](uint32_t v) {
-        for (int s = 24; s >= 0; s -= 8) p.push_back(uint8_t(v >> s));
-    };
-    u32(uint32_t(text.size() + 1));
-    p.insert(p.end(), text.begin(), text.end());
-    p.push_back(0);
-    u32(0);                     // Unicode language
-    u32(0);                     // Unicode count
-    p.push_back(0);             // ScriptCode code (2 bytes)
-    p.push_back(0);
-    p.push_back(0);             // ScriptCode count
-    p.resize(p.size() + 67, 0);  // ScriptCode string
-    return icc::RawElement(Sig4("desc"), p);
-}
-
 void AddText(icc::ProfileWriter& w, const std::string& description) {
-    w.AddTag(Sig4("desc"), DescElement(description));
-    const std::string notice = "No copyright, use freely";
-    std::vector<uint8_t> text(notice.begin(), notice.end());
-    text.push_back(0);
-    w.AddTag(Sig4("cprt"), icc::RawElement(Sig4("text"), text));
+    w.AddTag(Sig4("desc"), icc::DescriptionElement(description));
+    w.AddTag(Sig4("cprt"), icc::TextElement("No copyright, use freely"));
 }
 
 std::vector<uint8_t> SrgbProfile() {
@@ -216,7 +199,9 @@ std::vector<uint8_t> SrgbProfile() {
 }
 
 std::vector<uint8_t> Gray22Profile() {
-    icc::ProfileWriter w = icc::GrayProfile(2.2, Sig4("XYZ "));
+    // A Lab connection space with the gamma sampled as lightness: with XYZ
+    // the library would take the grey level itself as the XYZ code.
+    icc::ProfileWriter w = icc::GrayLightnessProfile(2.2);
     AddText(w, "tintra built-in grey, gamma 2.2");
     return w.Bytes();
 }
@@ -315,6 +300,38 @@ uint32_t Profile::ColorSpace() const {
     return (uint32_t(bytes[16]) << 24) | (uint32_t(bytes[17]) << 16) | (uint32_t(bytes[18]) << 8) | bytes[19];
 }
 
+namespace {
+
+bool g_asIs = false;
+
+// The project's own writer makes its profiles (the built-ins, and what the
+// tool writes) in the library's Lab encoding: those are read exactly as they
+// are, whatever encoding an ICC reader would assume for their Lab tables.
+bool MadeForTheLibrary(const std::vector<uint8_t>& bytes) {
+    return bytes.size() >= 84 && bytes[80] == 't' && bytes[81] == '3' && bytes[82] == 'i' && bytes[83] == 'w';
+}
+
+void PrepareForLibrary(Profile& p) {
+    if (g_asIs || MadeForTheLibrary(p.bytes)) return;
+    icc::Prepared prepared;
+    try {
+        prepared = icc::Prepare(p.bytes);
+    } catch (const std::exception&) {
+        return;  // not a profile at all: the library says so, the check says why
+    }
+    p.preparation = std::move(prepared.changes);
+    if (prepared.bytes == p.bytes) return;
+    p.prepared = std::move(prepared.bytes);
+    p.temp = std::make_shared<TempFile>("tintra-prepared", ".icc");
+    p.temp->Write(p.prepared);
+    p.path = p.temp->path();
+}
+
+}  // namespace
+
+void SetProfilesAsIs(bool asIs) { g_asIs = asIs; }
+bool ProfilesAsIs() { return g_asIs; }
+
 Profile LoadProfile(const std::string& profileName) {
     Profile p;
     if (profileName.rfind(kBuiltinPrefix, 0) == 0) {
@@ -337,6 +354,7 @@ Profile LoadProfile(const std::string& profileName) {
         p.temp->Write(p.bytes);
         p.path = p.temp->path();
     }
+    PrepareForLibrary(p);
     return p;
 }
 
@@ -347,7 +365,103 @@ Profile EmbeddedProfile(const std::vector<uint8_t>& bytes, const std::string& im
     p.temp = std::make_shared<TempFile>("tintra-embedded", ".icc");
     p.temp->Write(p.bytes);
     p.path = p.temp->path();
+    PrepareForLibrary(p);
     return p;
+}
+
+std::string ProfileProblems(const Profile& src, const Profile& dst, int32_t intent) {
+    const std::string srcProblem = icc::LibraryProblem(src.LibraryBytes(), icc::Role::kSource, int(intent));
+    if (!srcProblem.empty()) return "source profile " + src.label + ": " + srcProblem;
+    const std::string dstProblem = icc::LibraryProblem(dst.LibraryBytes(), icc::Role::kDestination, int(intent));
+    if (!dstProblem.empty()) return "destination profile " + dst.label + ": " + dstProblem;
+    return "";
+}
+
+void NoteMisreadings(const Profile& src, const Profile& dst) {
+    if (!g_asIs) return;
+    static std::set<std::string> noted;  // once per profile and run (eval sets up twice)
+    for (const Profile* p : {&src, &dst}) {
+        const std::string remark = icc::LibraryMisreading(p->bytes);
+        if (!remark.empty() && noted.insert(p->label).second)
+            std::fprintf(stderr, "tintra: note: %s profile %s: %s\n", p == &src ? "source" : "destination",
+                         p->label.c_str(), remark.c_str());
+    }
+}
+
+std::string UsabilityReport(const Profile& p) {
+    std::string out = "  handed to the library\n";
+    if (g_asIs) {
+        out += "    as it is (--as-is)\n";
+        const std::string remark = icc::LibraryMisreading(p.bytes);
+        if (!remark.empty()) out += "    note: " + remark + "\n";
+    } else if (p.prepared.empty()) {
+        out += "    as it is: nothing to rewrite\n";
+    }
+    if (!g_asIs) {
+        for (const std::string& change : p.preparation) out += "    prepared: " + change + "\n";
+    }
+    out += "  usable\n";
+    for (icc::Role role : {icc::Role::kSource, icc::Role::kDestination}) {
+        std::string line = role == icc::Role::kSource ? "    as source:      " : "    as destination: ";
+        std::string failures, usable;
+        std::vector<std::string> seen;
+        for (int intent = 0; intent <= 3; ++intent) {
+            const std::string problem = icc::LibraryProblem(p.LibraryBytes(), role, intent);
+            if (problem.empty()) {
+                usable += usable.empty() ? "yes at " : ", ";
+                usable += icc::IntentName(intent);
+                continue;
+            }
+            if (std::find(seen.begin(), seen.end(), problem) != seen.end()) continue;
+            seen.push_back(problem);
+            failures += failures.empty() ? "no: " : "; ";
+            failures += problem;
+        }
+        if (!failures.empty() && !usable.empty()) failures = usable + "; " + failures;
+        out += line + (failures.empty() ? "yes, at every intent" : failures) + "\n";
+    }
+    return out;
+}
+
+int PrepareCommand(const std::vector<std::string>& args) {
+    if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h")) {
+        std::fputs("usage: tintra prepare IN.icc OUT.icc\n"
+                   "\n"
+                   "Writes the version-2 profile the library reads exactly as IN means it:\n"
+                   "'para' curves sampled into 'curv', 'mAB '/'mBA ' and Lab tables rebuilt as\n"
+                   "'mft2' in the library's Lab encoding, a grey profile with an XYZ connection\n"
+                   "space rewritten with a Lab one, missing printer intents linked to\n"
+                   "A2B0/B2A0. Prints what was changed, and why the library still cannot use\n"
+                   "the result where that is so.\n",
+                   stdout);
+        return 0;
+    }
+    if (args.size() != 2) throw Failure("prepare needs an input and an output profile", true);
+    const std::vector<uint8_t> in = args[0].rfind(kBuiltinPrefix, 0) == 0
+                                        ? BuiltinProfileBytes(args[0].substr(std::strlen(kBuiltinPrefix)))
+                                        : ReadWholeFile(args[0], "profile");
+    icc::Prepared prepared;
+    try {
+        prepared = icc::Prepare(in);
+    } catch (const std::exception& e) {
+        throw Failure("'" + args[0] + "': " + e.what());
+    }
+    PendingOutput out(args[1]);
+    std::FILE* f = std::fopen(out.tempPath().c_str(), "wb");
+    if (!f || std::fwrite(prepared.bytes.data(), 1, prepared.bytes.size(), f) != prepared.bytes.size() ||
+        std::fclose(f) != 0)
+        throw Failure("cannot write '" + args[1] + "'");
+    out.Commit();
+    for (const std::string& change : prepared.changes) std::printf("%s\n", change.c_str());
+    if (prepared.changes.empty()) std::printf("nothing to rewrite: '%s' is a copy of '%s'\n", args[1].c_str(), args[0].c_str());
+    bool anyUse = false;
+    for (int intent = 0; intent <= 3; ++intent)
+        for (icc::Role role : {icc::Role::kSource, icc::Role::kDestination})
+            anyUse = anyUse || icc::LibraryProblem(prepared.bytes, role, intent).empty();
+    if (!anyUse)
+        std::printf("the library cannot use it: %s\n",
+                    icc::LibraryProblem(prepared.bytes, icc::Role::kSource, 0).c_str());
+    return 0;
 }
 
 std::string DefaultProfileFor(int channels, uint32_t colorSpace) {
