@@ -7,6 +7,7 @@
 #include "api/exports.h"
 #include "api/status.h"
 #include "platform/platform.h"
+#include "profile/allocator.h"
 #include "profile/profile_file.h"
 #include "transform/build_common.h"
 #include "transform/method0.h"
@@ -34,7 +35,7 @@ void ReleaseTransform(uint16_t method, void* transform) {
     } else {
         // Not reachable through the library: a transform is only created for
         // methods 0 and 1.
-        std::free(transform);
+        Deallocate(transform);
     }
 }
 

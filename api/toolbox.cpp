@@ -6,6 +6,7 @@
 #include "api/exports.h"
 #include "api/status.h"
 #include "api/tone_curves.h"
+#include "profile/allocator.h"
 #include "profile/value_buffer.h"
 #include "transform/tone_curves.h"
 
@@ -87,7 +88,7 @@ uint32_t TINTRA3_CALL QemToolboxInit(const ImageParams* image, const char* profi
 
     // Zeroed, so the selector starts with no transform and a release after a
     // failed set-up has nothing to free.
-    auto* matcher = static_cast<CColorMatcher*>(std::calloc(1, sizeof(CColorMatcher)));
+    auto* matcher = static_cast<CColorMatcher*>(AllocateZeroed(1, sizeof(CColorMatcher)));
     if (matcher == nullptr) return kNoMemory;
     InitCColorMatcher(matcher, &params, &im, &names);
     // Stored whatever the outcome: the caller releases it with PostProc.
@@ -110,7 +111,7 @@ uint32_t TINTRA3_CALL QemToolboxProc(const PixelRun* source, const PixelRun* des
 void TINTRA3_CALL QemToolboxPostProc(CColorMatcher* handle) {
     if (handle == nullptr) return;
     TermCColorMatcher(handle);
-    std::free(handle);
+    Deallocate(handle);
 }
 
 uint32_t TINTRA3_CALL QemToolboxResetMatchingParam(const ImageParams* image, const char* profileNames,

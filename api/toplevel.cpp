@@ -8,6 +8,7 @@
 #include "api/exports.h"
 #include "api/status.h"
 #include "platform/platform.h"
+#include "profile/allocator.h"
 #include "profile/profile_file.h"
 
 namespace tintra3 {
@@ -185,22 +186,15 @@ uint32_t CheckProfileFile(const char* path, HeaderFields* fields, const Director
     }
     platform::Close(&file);
 
-    char* drive = static_cast<char*>(std::calloc(kDriveSize, 1));
-    char* dir = static_cast<char*>(std::calloc(kDirSize, 1));
-    char* name = static_cast<char*>(std::calloc(kNameSize, 1));
-    char* ext = static_cast<char*>(std::calloc(kExtSize, 1));
-    uint32_t result = 4;
-    if (drive != nullptr && dir != nullptr && name != nullptr && ext != nullptr) {
-        SplitPath(path, drive, dir, name, ext);
-        const char* folder = FolderName(dir);
-        const char* registered = RegisteredFolder(cls, directories);
-        result = (folder != nullptr && registered != nullptr && SameFolder(folder, registered)) ? 0 : 3;
-    }
-    std::free(drive);
-    std::free(dir);
-    std::free(name);
-    std::free(ext);
-    return result;
+    const Owned<char> drive(static_cast<char*>(AllocateZeroed(kDriveSize, 1)));
+    const Owned<char> dir(static_cast<char*>(AllocateZeroed(kDirSize, 1)));
+    const Owned<char> name(static_cast<char*>(AllocateZeroed(kNameSize, 1)));
+    const Owned<char> ext(static_cast<char*>(AllocateZeroed(kExtSize, 1)));
+    if (drive == nullptr || dir == nullptr || name == nullptr || ext == nullptr) return 4;
+    SplitPath(path, drive.get(), dir.get(), name.get(), ext.get());
+    const char* folder = FolderName(dir.get());
+    const char* registered = RegisteredFolder(cls, directories);
+    return (folder != nullptr && registered != nullptr && SameFolder(folder, registered)) ? 0 : 3;
 }
 
 uint32_t MapToolboxError(uint32_t status) {

@@ -36,13 +36,19 @@ Channels ReadChannels(const MatchingSelector* selector) {
                     record[offsetof(Method1Transform, outputChannels)]};
 }
 
-// Bytes the source block occupies, in unsigned 32-bit arithmetic (wrapping
-// as designed): lines x width x input channels, twice that for word samples.
-// Neither the output depth nor the output channels enter.
-uint32_t SourceBytes(uint16_t lines, uint32_t width, uint32_t inChannels, uint16_t bitsIn) {
-    uint32_t size = uint32_t(lines) * width * inChannels;
+// Bytes the source block occupies: lines x width x input channels, twice
+// that for word samples. Neither the output depth nor the output channels
+// enter. Formed in 64 bits: a product that wrapped in 32 bits could pass a
+// tiny bufferSize while the kernel walks the whole width.
+uint64_t SourceBytes(uint16_t lines, uint32_t width, uint32_t inChannels, uint16_t bitsIn) {
+    uint64_t size = uint64_t(lines) * width * inChannels;
     if (bitsIn != 8) size *= 2u;
     return size;
+}
+
+// Compared in 64 bits, so a block beyond 32 bits never fits any bufferSize.
+bool BlockFits(uint16_t lines, uint32_t width, uint32_t inChannels, uint16_t bitsIn, uint32_t bufferSize) {
+    return SourceBytes(lines, width, inChannels, bitsIn) <= bufferSize;
 }
 
 bool KnownDepth(uint16_t bitsIn) { return bitsIn == 8 || bitsIn == 10 || bitsIn == 12 || bitsIn == 16; }
@@ -98,7 +104,7 @@ extern "C" uint32_t TINTRA3_CALL CMatching1(MatchingSelector* selector, const Pi
     // Without a record there are no channel counts for the size check.
     if (selector->transform == nullptr) return kBuildFailed;
     const Channels channels = ReadChannels(selector);
-    if (SourceBytes(run->lines, width, channels.in, bitsIn) > bufferSize) return kBufferTooSmall;
+    if (!BlockFits(run->lines, width, channels.in, bitsIn, bufferSize)) return kBufferTooSmall;
     if (channels.in != channels.out) return kNotInPlace;
     // In place, 8 bits stay 8 bits and deeper samples come back as words.
     if (bitsIn == 8 && bitsOut != 8) return kNotInPlace;
@@ -116,7 +122,7 @@ extern "C" uint32_t TINTRA3_CALL CMatching2(MatchingSelector* selector, const Pi
     // Without a record there are no channel counts for the size check.
     if (selector->transform == nullptr) return kBuildFailed;
     const Channels channels = ReadChannels(selector);
-    if (SourceBytes(source->lines, width, channels.in, bitsIn) > bufferSize) return kBufferTooSmall;
+    if (!BlockFits(source->lines, width, channels.in, bitsIn, bufferSize)) return kBufferTooSmall;
     return Dispatch(selector, source->data, destination->data, source->lines, width, bitsIn, bitsOut, layout,
                     channels);
 }

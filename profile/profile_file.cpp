@@ -1,9 +1,9 @@
 // Opening a profile: the 128-byte header, the tag directory and tag lookup.
 #include "profile/profile_file.h"
 
-#include <cstdlib>
-
+#include "profile/allocator.h"
 #include "profile/fixed_point.h"
+#include "profile/limits.h"
 #include "profile/stream.h"
 
 namespace tintra3 {
@@ -20,7 +20,7 @@ uint64_t MeasureFile(std::FILE* stream) {
 }
 
 void FreeDirectory(TagDirectory* directory) {
-    if (directory->owned != 0 && directory->entries != nullptr) std::free(directory->entries);
+    if (directory->owned != 0 && directory->entries != nullptr) Deallocate(directory->entries);
     directory->entries = nullptr;
     directory->owned = 0;
 }
@@ -55,11 +55,10 @@ int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
     // fail on reading anyway; fail before allocating for it.
     const long here = profile->stream != nullptr ? std::ftell(profile->stream) : -1;
     if (here < 0) return 0;
-    const uint64_t left = profile->fileSize > uint64_t(here) ? profile->fileSize - uint64_t(here) : 0;
-    if (uint64_t(count) * 12 > left) return 0;
+    if (!limits::FitsInFile(profile, uint64_t(here), uint64_t(count) * 12)) return 0;
     directory->count = count;
     if (count != 0) {
-        directory->entries = static_cast<TagEntry*>(std::malloc(size_t(count) * sizeof(TagEntry)));
+        directory->entries = AllocateArray<TagEntry>(count);
         if (directory->entries == nullptr) {
             directory->count = 0;
             return 0;
@@ -75,6 +74,30 @@ int ReadTagDirectory(ProfileFile* profile, TagDirectory* directory) {
 }
 
 }  // namespace
+
+uint32_t ColourSpaceChannels(uint32_t space) {
+    switch (space) {
+        case Sig("GRAY"): return 1;
+        case Sig("XYZ "):
+        case Sig("Lab "):
+        case Sig("Luv "):
+        case Sig("YCbr"):
+        case Sig("Yxy "):
+        case Sig("RGB "):
+        case Sig("HSV "):
+        case Sig("HLS "):
+        case Sig("CMY "): return 3;
+        case Sig("CMYK"): return 4;
+        default: break;
+    }
+    // 2CLR .. 9CLR, ACLR .. FCLR: the first character is the count in hex.
+    if ((space & 0x00FFFFFFu) == (Sig("0CLR") & 0x00FFFFFFu)) {
+        const uint32_t digit = space >> 24;
+        if (digit >= '2' && digit <= '9') return digit - '0';
+        if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+    }
+    return 0;
+}
 
 double FromS15Fixed16(uint32_t raw) {
     return double(int32_t(raw)) * (1.0 / 65536.0);
@@ -94,7 +117,19 @@ int OpenProfile(const char* path, ProfileFile* profile) {
     profile->tags.entries = nullptr;
     profile->tags.owned = 0;
     profile->fileSize = 0;
-    if (!OpenFileForRead(path, &profile->stream)) return 0;
+    std::FILE* stream = nullptr;
+    if (!OpenFileForRead(path, &stream)) return 0;
+    return OpenProfileStream(stream, profile);
+}
+
+int OpenProfileStream(std::FILE* stream, ProfileFile* profile) {
+    profile->valid = 0;
+    profile->stream = stream;
+    profile->tags.count = 0;
+    profile->tags.entries = nullptr;
+    profile->tags.owned = 0;
+    profile->fileSize = 0;
+    if (stream == nullptr) return 0;
     profile->fileSize = MeasureFile(profile->stream);
     if (!ReadProfileHeader(profile, &profile->header) || !ReadTagDirectory(profile, &profile->tags)) {
         // Nobody closes a record that never became valid, so close it here.

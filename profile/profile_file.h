@@ -58,11 +58,19 @@ struct ProfileFile {
     uint64_t fileSize;  // bytes in the file, for bounding counts read from it
 };
 
+// Channels of a device colour-space signature: GRAY 1; XYZ, Lab, Luv, YCbr,
+// Yxy, RGB, HSV, HLS, CMY 3; CMYK 4; 2CLR ... FCLR 2 ... 15. 0 for a
+// signature without a defined count (not checked against the tables).
+uint32_t ColourSpaceChannels(uint32_t space);
+
 double FromS15Fixed16(uint32_t raw);
 int32_t ToS15Fixed16(double x);
 
 // 1 on success, 0 on failure. A failed open releases what it opened.
 int OpenProfile(const char* path, ProfileFile* profile);
+// The same over a stream already open (the profile takes it over, closing it
+// on failure too): lets profiles held in memory be read without a file.
+int OpenProfileStream(std::FILE* stream, ProfileFile* profile);
 void CloseProfile(ProfileFile* profile);
 int FindTag(ProfileFile* profile, uint32_t signature, int32_t* index, uint32_t* type);
 int PeekTagType(ProfileFile* profile, int32_t index, uint32_t* type);

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "profile/allocator.h"
+#include "profile/limits.h"
 #include "profile/resample.h"
 #include "profile/tag_types.h"
 
@@ -27,10 +29,7 @@ int Fail(ProfileModel* model, uint16_t status) {
     return 0;
 }
 
-struct XyzHolder {
-    XyzArray array{};
-    ~XyzHolder() { ReleaseXyzArray(&array); }
-};
+using XyzHolder = Scoped<XyzArray, ReleaseXyzArray>;
 
 int ReadModelCommon(ProfileFile* profile, ProfileModel* model, uint16_t kind, int direction) {
     const ProfileHeader& h = profile->header;
@@ -43,10 +42,10 @@ int ReadModelCommon(ProfileFile* profile, ProfileModel* model, uint16_t kind, in
     uint32_t type = 0;
     if (FindTag(profile, kTagWtpt, &index, &type)) {
         XyzHolder wtpt;
-        if (type != kTypeXyz || !ReadXyzTag(profile, index, &wtpt.array)) return Fail(model, kStatusUnusable);
+        if (type != kTypeXyz || !ReadXyzTag(profile, index, wtpt.get())) return Fail(model, kStatusUnusable);
         // An empty array has no first triple: the media white stays the illuminant.
-        if (wtpt.array.count != 0)
-            for (int i = 0; i < 3; ++i) model->whitePoint[i] = FromS15Fixed16(wtpt.array.values[i]);
+        if (wtpt.value.count != 0)
+            for (int i = 0; i < 3; ++i) model->whitePoint[i] = FromS15Fixed16(wtpt.value.values[i]);
     }
     model->status = kStatusOk;
     return 1;
@@ -62,13 +61,25 @@ uint32_t LutTagFor(int direction, uint16_t intent, uint32_t gamut) {
 }
 
 // Whether a lut's shape fits the model and the builders: at most four
-// channels a side (the model has room for four tables), a real grid, and
-// three PCS channels on the PCS side.
-bool LutShapeUsable(int direction, uint8_t in, uint8_t out, uint8_t grid) {
-    if (in == 0 || out == 0 || in > 4 || out > 4 || grid < 2) return false;
+// channels a side (the model has room for four tables), a real grid, three
+// PCS channels on the PCS side, and on the device side as many channels as
+// the header's colour space has (`device`, 0 = not checked). Callers size
+// their pixel buffers from the header: a table wider or narrower than it
+// would make the kernels read or write past those buffers.
+bool LutShapeUsable(int direction, uint8_t in, uint8_t out, uint8_t grid, uint32_t device) {
+    constexpr uint32_t kMax = limits::kMaxLutChannels;
+    if (in == 0 || out == 0 || in > kMax || out > kMax || grid < 2) return false;
     if (direction == kSource && out != 3) return false;
     if (direction == kDestination && in != 3) return false;
+    const uint8_t deviceSide = direction == kSource ? in : out;
+    if (device != 0 && deviceSide != device) return false;
     return true;
+}
+
+// The device channel count a table must have; the gamut table has one
+// output by definition, whatever the colour space.
+uint32_t ExpectedDeviceChannels(const ProfileFile* profile, uint32_t gamut) {
+    return gamut != 0 ? 0 : ColourSpaceChannels(profile->header.colorSpace);
 }
 
 // Splits `channels` consecutive tables of `entries` elements of `width`
@@ -92,17 +103,15 @@ void ConvertMatrix(const uint32_t* raw, double* matrix) {
 int BuildLutModel(ProfileFile* profile, ProfileModel* model, int direction, uint16_t intent, uint32_t gamut) {
     LutModel& lut = model->lut;
     lut.isGamut = gamut;
+    const uint32_t device = ExpectedDeviceChannels(profile, gamut);
     int32_t index = -1;
     uint32_t type = 0;
     if (!FindTag(profile, LutTagFor(direction, intent, gamut), &index, &type)) return Fail(model, kStatusUnusable);
     if (type == kTypeMft1) {
-        Lut8Tag tag{};
-        struct Release {
-            Lut8Tag* t;
-            ~Release() { ReleaseLut8Tag(t); }
-        } release{&tag};
+        Scoped<Lut8Tag, ReleaseLut8Tag> held;
+        Lut8Tag& tag = held.value;
         if (!ReadLut8Tag(profile, index, &tag)) return Fail(model, kStatusUnusable);
-        if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints))
+        if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints, device))
             return Fail(model, kStatusUnusable);
         lut.inputChannels = tag.inputChannels;
         lut.outputChannels = tag.outputChannels;
@@ -116,13 +125,10 @@ int BuildLutModel(ProfileFile* profile, ProfileModel* model, int direction, uint
         return 1;
     }
     if (type == kTypeMft2) {
-        Lut16Tag tag{};
-        struct Release {
-            Lut16Tag* t;
-            ~Release() { ReleaseLut16Tag(t); }
-        } release{&tag};
+        Scoped<Lut16Tag, ReleaseLut16Tag> held;
+        Lut16Tag& tag = held.value;
         if (!ReadLut16Tag(profile, index, &tag)) return Fail(model, kStatusUnusable);
-        if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints) ||
+        if (!LutShapeUsable(direction, tag.inputChannels, tag.outputChannels, tag.gridPoints, device) ||
             tag.inputEntries < 2 || tag.outputEntries < 2)
             return Fail(model, kStatusUnusable);
         lut.inputChannels = tag.inputChannels;
@@ -145,19 +151,19 @@ int BuildTrc(ProfileFile* profile, ProfileModel* model, uint32_t signature, int 
     int32_t index = -1;
     uint32_t type = 0;
     if (!FindTag(profile, signature, &index, &type) || type != kTypeCurv) return Fail(model, kStatusUnusable);
-    CurveTag curve{};
-    struct Release {
-        CurveTag* c;
-        ~Release() { ReleaseCurveTag(c); }
-    } release{&curve};
-    if (!ReadCurveTag(profile, index, &curve)) return Fail(model, kStatusUnusable);
+    Scoped<CurveTag, ReleaseCurveTag> curve;
+    if (!ReadCurveTag(profile, index, curve.get())) return Fail(model, kStatusUnusable);
     ClearValueBuffer(out);
-    const int built = direction == kSource ? BuildForwardCurve(&curve, out, kCurveSize)
-                                           : BuildInverseCurve(&curve, out, kCurveSize, kCurveSize);
+    const int built = direction == kSource ? BuildForwardCurve(curve.get(), out, kCurveSize)
+                                           : BuildInverseCurve(curve.get(), out, kCurveSize, kCurveSize);
     return built ? 1 : Fail(model, kStatusNoTable);
 }
 
 int BuildMatrixTrcModel(ProfileFile* profile, ProfileModel* model, int direction) {
+    // Three device channels, like a three-channel table: refused behind a
+    // header that promises another count.
+    const uint32_t device = ColourSpaceChannels(profile->header.colorSpace);
+    if (device != 0 && device != 3) return Fail(model, kStatusUnusable);
     const uint32_t trcTags[3] = {kTagRTRC, kTagGTRC, kTagBTRC};
     for (int c = 0; c < 3; ++c)
         if (!BuildTrc(profile, model, trcTags[c], direction, &model->trc[c])) return 0;
@@ -169,8 +175,8 @@ int BuildMatrixTrcModel(ProfileFile* profile, ProfileModel* model, int direction
         uint32_t type = 0;
         if (!FindTag(profile, xyzTags[c], &index, &type) || type != kTypeXyz) return Fail(model, kStatusUnusable);
         XyzHolder xyz;
-        if (!ReadXyzTag(profile, index, &xyz.array) || xyz.array.count == 0) return Fail(model, kStatusUnusable);
-        for (int r = 0; r < 3; ++r) model->matrix[r][c] = FromS15Fixed16(xyz.array.values[r]);
+        if (!ReadXyzTag(profile, index, xyz.get()) || xyz.value.count == 0) return Fail(model, kStatusUnusable);
+        for (int r = 0; r < 3; ++r) model->matrix[r][c] = FromS15Fixed16(xyz.value.values[r]);
     }
     if (direction == kSource) return 1;
 
@@ -296,11 +302,10 @@ int Table8(const LutModel* lut, const ValueBuffer* tables8, const ValueBuffer* t
 template <typename Resample>
 int FromTable16(const LutModel* lut, const ValueBuffer* tables8, const ValueBuffer* tables16, int channel,
                 ValueBuffer* out, Resample resample) {
-    ValueBuffer wide{};
-    int ok = Table16(lut, tables8, tables16, channel, &wide);
+    Scoped<ValueBuffer, FreeValueBuffer> wide;
+    int ok = Table16(lut, tables8, tables16, channel, wide.get());
     ClearValueBuffer(out);
-    if (ok) ok = resample(&wide, out);
-    FreeValueBuffer(&wide);
+    if (ok) ok = resample(wide.get(), out);
     return ok;
 }
 

@@ -3,21 +3,20 @@
 #include "profile/tag_types.h"
 
 #include <cmath>
-#include <cstdlib>
 
+#include "profile/allocator.h"
+#include "profile/limits.h"
 #include "profile/stream.h"
 
 namespace tintra3 {
 
 namespace {
 
-// Bytes from `position` to the end of the file. Every count read from a tag
-// is held against this before anything is allocated for it: a count the file
-// cannot hold would end in a short read, so failing early fails the same way
-// without a huge allocation.
-uint64_t BytesFrom(const ProfileFile* profile, uint64_t position) {
-    return profile->fileSize > position ? profile->fileSize - position : 0;
-}
+// Every count read from a tag is held against the file (limits::FitsInFile)
+// before anything is allocated for it: a count the file cannot hold would end
+// in a short read, so failing early fails the same way without a huge
+// allocation.
+using limits::FitsInFile;
 
 // Tables are read in blocks rather than value by value; the result is the
 // same as ReadU8/ReadU16BE per value, first short read failing the whole.
@@ -49,12 +48,12 @@ int EnterElement(ProfileFile* profile, int32_t index, uint32_t expected, uint64_
     return SkipBytes(profile->stream, 4);
 }
 
-// gridPoints^inputChannels * outputChannels, or 0 when it exceeds 32 bits.
+// gridPoints^inputChannels * outputChannels, or 0 when it exceeds the limit.
 uint32_t ClutEntries(uint8_t inputChannels, uint8_t outputChannels, uint8_t gridPoints) {
     uint64_t n = outputChannels;
     for (uint8_t i = 0; i < inputChannels; ++i) {
         n *= gridPoints;
-        if (n > UINT32_MAX) return 0;
+        if (n > limits::kMaxClutEntries) return 0;
     }
     return uint32_t(n);
 }
@@ -82,7 +81,7 @@ int ReadCurveTag(ProfileFile* profile, int32_t index, CurveTag* curve) {
     if (!EnterElement(profile, index, kTypeCurv, &start)) return 0;
     uint32_t count = 0;
     if (!ReadU32BE(profile->stream, &count)) return 0;
-    if (uint64_t(count) * 2 > BytesFrom(profile, start + 12)) return 0;
+    if (!FitsInFile(profile, start + 12, uint64_t(count) * 2)) return 0;
     if (!AllocU16(&curve->entries, count)) return 0;
     return ReadU16Table(profile, U16(curve->entries), count);
 }
@@ -92,11 +91,11 @@ int ReadXyzTag(ProfileFile* profile, int32_t index, XyzArray* array) {
     if (!EnterElement(profile, index, kTypeXyz, &start)) return 0;
     // Sized from the directory: (size - 8) / 12 in unsigned 32-bit arithmetic.
     const uint32_t count = (profile->tags.entries[index].size - 8) / 12;
-    if (uint64_t(count) * 12 > BytesFrom(profile, start + 8)) return 0;
+    if (!FitsInFile(profile, start + 8, uint64_t(count) * 12)) return 0;
     array->count = count;
     array->values = nullptr;
     if (count != 0) {
-        array->values = static_cast<uint32_t*>(std::malloc(size_t(count) * 3 * sizeof(uint32_t)));
+        array->values = AllocateArray<uint32_t>(size_t(count) * 3);
         if (array->values == nullptr) {
             array->count = 0;
             return 0;
@@ -116,7 +115,7 @@ int ReadLut8Tag(ProfileFile* profile, int32_t index, Lut8Tag* lut) {
     const uint32_t outputBytes = uint32_t(lut->outputChannels) * 256;
     const uint32_t clutBytes = ClutEntries(lut->inputChannels, lut->outputChannels, lut->gridPoints);
     if (clutBytes == 0 && lut->outputChannels != 0 && lut->gridPoints != 0) return 0;  // beyond 32 bits
-    if (uint64_t(inputBytes) + clutBytes + outputBytes > BytesFrom(profile, start + 48)) return 0;
+    if (!FitsInFile(profile, start + 48, uint64_t(inputBytes) + clutBytes + outputBytes)) return 0;
     if (!AllocBytes(&lut->inputTables, inputBytes) || !AllocBytes(&lut->clut, clutBytes) ||
         !AllocBytes(&lut->outputTables, outputBytes))
         return 0;
@@ -135,7 +134,7 @@ int ReadLut16Tag(ProfileFile* profile, int32_t index, Lut16Tag* lut) {
     const uint32_t outputCount = uint32_t(lut->outputChannels) * lut->outputEntries;
     const uint32_t clutCount = ClutEntries(lut->inputChannels, lut->outputChannels, lut->gridPoints);
     if (clutCount == 0 && lut->outputChannels != 0 && lut->gridPoints != 0) return 0;  // beyond 32 bits
-    if ((uint64_t(inputCount) + clutCount + outputCount) * 2 > BytesFrom(profile, start + 52)) return 0;
+    if (!FitsInFile(profile, start + 52, (uint64_t(inputCount) + clutCount + outputCount) * 2)) return 0;
     if (!AllocU16(&lut->inputTables, inputCount) || !AllocU16(&lut->clut, clutCount) ||
         !AllocU16(&lut->outputTables, outputCount))
         return 0;
@@ -148,7 +147,7 @@ int ReadLut16Tag(ProfileFile* profile, int32_t index, Lut16Tag* lut) {
 void ReleaseCurveTag(CurveTag* curve) { FreeValueBuffer(&curve->entries); }
 
 void ReleaseXyzArray(XyzArray* array) {
-    if (array->owned != 0 && array->values != nullptr) std::free(array->values);
+    if (array->owned != 0 && array->values != nullptr) Deallocate(array->values);
     array->values = nullptr;
     array->owned = 0;
 }

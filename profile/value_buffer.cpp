@@ -1,8 +1,9 @@
 // Value buffers: allocation, copy and release of the library's tables.
 #include "profile/value_buffer.h"
 
-#include <cstdlib>
 #include <cstring>
+
+#include "profile/allocator.h"
 
 namespace tintra3 {
 
@@ -19,7 +20,7 @@ int AllocElements(ValueBuffer* buffer, uint32_t count, size_t width) {
         buffer->owned = 0;
         return 0;
     }
-    buffer->data = std::malloc(size_t(bytes));
+    buffer->data = Allocate(size_t(bytes));
     buffer->owned = buffer->data != nullptr ? 1 : 0;
     return buffer->owned;
 }
@@ -48,7 +49,7 @@ void ClearValueBuffer(ValueBuffer* buffer) {
 void FreeValueBuffer(ValueBuffer* buffer) {
     // An empty buffer never frees: its data is null after allocation.
     if (buffer->owned != 0 && buffer->count != 0) {
-        std::free(buffer->data);
+        Deallocate(buffer->data);
         buffer->data = nullptr;
     }
     buffer->count = 0;

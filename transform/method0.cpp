@@ -10,9 +10,9 @@
 // 8-bit codes, 16/32-bit offsets or 8.8 / eighth / sixteenth fractions.
 #include "transform/method0.h"
 
-#include <cstdlib>
 #include <cstring>
 
+#include "profile/allocator.h"
 #include "profile/profile_model.h"
 #include "transform/build_common.h"
 #include "transform/colour.h"
@@ -443,17 +443,17 @@ struct Builder {
 
 Method0Transform* CreateMethod0Transform() {
     // calloc: every ValueBuffer empty, every simplex pointer null, not ready.
-    return static_cast<Method0Transform*>(std::calloc(1, sizeof(Method0Transform)));
+    return static_cast<Method0Transform*>(AllocateZeroed(1, sizeof(Method0Transform)));
 }
 
 void FreeSimplexTables(Method0Transform* transform) {
     for (SimplexInput*& p : transform->simplexInput) {
-        std::free(p);
+        Deallocate(p);
         p = nullptr;
     }
-    std::free(transform->simplex3);
+    Deallocate(transform->simplex3);
     transform->simplex3 = nullptr;
-    std::free(transform->simplex4);
+    Deallocate(transform->simplex4);
     transform->simplex4 = nullptr;
 }
 
@@ -466,7 +466,7 @@ void DestroyMethod0Transform(Method0Transform* transform) {
     for (ValueBuffer& b : transform->outputCurves) FreeValueBuffer(&b);
     FreeValueBuffer(&transform->curvedGrid);
     FreeSimplexTables(transform);
-    std::free(transform);
+    Deallocate(transform);
 }
 
 // --- Shared steps ---------------------------------------------------------
@@ -482,8 +482,10 @@ int BuildMonoTables(Method0Transform* transform, const ValueBuffer* curve) {
     if (!Is256(*curve)) return 0;
     FreeValueBuffer(&transform->monoCell);
     FreeValueBuffer(&transform->monoFraction);
-    ValueBuffer cell{};
-    ValueBuffer fraction{};
+    Scoped<ValueBuffer, FreeValueBuffer> heldCell;
+    Scoped<ValueBuffer, FreeValueBuffer> heldFraction;
+    ValueBuffer& cell = heldCell.value;
+    ValueBuffer& fraction = heldFraction.value;
     int ok = BuildCellFraction8(&transform->status, transform->gridPoints, &cell, &fraction);
     if (ok) {
         if (!AllocBytes(&transform->monoCell, 256) || !AllocU16(&transform->monoFraction, 256)) {
@@ -498,8 +500,6 @@ int BuildMonoTables(Method0Transform* transform, const ValueBuffer* curve) {
             }
         }
     }
-    FreeValueBuffer(&cell);
-    FreeValueBuffer(&fraction);
     return ok;
 }
 
@@ -529,14 +529,14 @@ int BuildSimplexTables(Method0Transform* transform, const ValueBuffer* curves) {
     }
 
     for (uint32_t c = 0; c < n; ++c) {
-        transform->simplexInput[c] = static_cast<SimplexInput*>(std::malloc(256 * sizeof(SimplexInput)));
+        transform->simplexInput[c] = AllocateArray<SimplexInput>(256);
         if (transform->simplexInput[c] == nullptr) {
             transform->status = kBuildStatusNoMemory;
             return 0;
         }
     }
     if (n == 3) {
-        transform->simplex3 = static_cast<Simplex3*>(std::malloc(kSimplex3Records * sizeof(Simplex3)));
+        transform->simplex3 = AllocateArray<Simplex3>(kSimplex3Records);
         if (transform->simplex3 == nullptr) {
             transform->status = kBuildStatusNoMemory;
             return 0;
@@ -555,7 +555,7 @@ int BuildSimplexTables(Method0Transform* transform, const ValueBuffer* curves) {
         }
         transform->farCorner3 = stride[0] + stride[1] + stride[2];
     } else {
-        transform->simplex4 = static_cast<Simplex4*>(std::malloc(kSimplex4Records * sizeof(Simplex4)));
+        transform->simplex4 = AllocateArray<Simplex4>(kSimplex4Records);
         if (transform->simplex4 == nullptr) {
             transform->status = kBuildStatusNoMemory;
             return 0;
@@ -654,8 +654,10 @@ int BuildMethod0Transform(Method0Transform* transform, uint16_t intent, ProfileF
     transform->destinationSpace = destination->header.colorSpace;
     transform->status = kBuildStatusOk;
 
-    ProfileModel sourceModel{};
-    ProfileModel destinationModel{};
+    Scoped<ProfileModel, ReleaseProfileModel> heldSource;
+    Scoped<ProfileModel, ReleaseProfileModel> heldDestination;
+    ProfileModel& sourceModel = heldSource.value;
+    ProfileModel& destinationModel = heldDestination.value;
     int result = 0;
     if (BuildSourceModel(intent, source, &sourceModel) &&
         BuildDestinationModel(intent, destination, gamut, &destinationModel)) {
@@ -668,8 +670,6 @@ int BuildMethod0Transform(Method0Transform* transform, uint16_t intent, ProfileF
             result = builder.Run();
         }
     }
-    ReleaseProfileModel(&sourceModel);
-    ReleaseProfileModel(&destinationModel);
     transform->ready = result == 1 ? 1 : 0;
     return result;
 }

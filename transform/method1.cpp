@@ -9,9 +9,9 @@
 // destination model, in double precision.
 #include "transform/method1.h"
 
-#include <cstdlib>
 #include <initializer_list>
 
+#include "profile/allocator.h"
 #include "profile/profile_model.h"
 #include "transform/build_common.h"
 #include "transform/colour.h"
@@ -34,14 +34,13 @@ struct BuildScratch {
     LutSide source;
     LutSide destination;
     // Matrix/TRC source: node positions 0 .. 1.
-    double* nodes = nullptr;
+    Owned<double> nodes;
 
     ~BuildScratch() {
         for (LutSide* side : {&source, &destination}) {
             for (ValueBuffer& table : side->tables) FreeValueBuffer(&table);
             FreeValueBuffer(&side->clut);
         }
-        std::free(nodes);
     }
 };
 
@@ -203,12 +202,13 @@ bool Method1Builder::PrepareGrid() {
     if (!BuildGridIndexTables(&t_->status, &t_->gridIndex, &t_->gridFraction, t_->gridPoints)) return false;
     if (sourceKind_ == kKindMatrixTrc) {
         const uint32_t n = t_->gridPoints;
-        scratch_.nodes = static_cast<double*>(std::malloc(n * sizeof(double)));
-        if (scratch_.nodes == nullptr) return Fail(t_);
+        scratch_.nodes.reset(AllocateArray<double>(n));
+        double* nodes = scratch_.nodes.get();
+        if (nodes == nullptr) return Fail(t_);
         // Accumulated, as the tables have always been built: node[i] = node[i-1] + 1/(n-1).
         const double step = 1.0 / double(n - 1);
-        scratch_.nodes[0] = 0.0;
-        for (uint32_t i = 1; i < n; ++i) scratch_.nodes[i] = scratch_.nodes[i - 1] + step;
+        nodes[0] = 0.0;
+        for (uint32_t i = 1; i < n; ++i) nodes[i] = nodes[i - 1] + step;
     }
     return true;
 }
@@ -218,7 +218,8 @@ void Method1Builder::SourceToXyz(const uint32_t coord[4], double xyz[3]) const {
     // Node k of a grid of p points sits at the 16-bit level (k 65535 + p/2) / (p - 1).
     const uint32_t p = t_->gridPoints;
     if (sourceKind_ == kKindMatrixTrc) {
-        const double rgb[3] = {scratch_.nodes[coord[0]], scratch_.nodes[coord[1]], scratch_.nodes[coord[2]]};
+        const double* nodes = scratch_.nodes.get();
+        const double rgb[3] = {nodes[coord[0]], nodes[coord[1]], nodes[coord[2]]};
         MultiplyMatrix3(&src_->matrix[0][0], rgb, xyz);
         return;
     }
@@ -351,7 +352,7 @@ void FreePrimaryTables(Method1Transform* t) {
 
 Method1Transform* CreateMethod1Transform() {
     // All buffers empty and unowned, both alternative switches off, not ready.
-    return static_cast<Method1Transform*>(std::calloc(1, sizeof(Method1Transform)));
+    return static_cast<Method1Transform*>(AllocateZeroed(1, sizeof(Method1Transform)));
 }
 
 void DestroyMethod1Transform(Method1Transform* transform) {
@@ -362,7 +363,7 @@ void DestroyMethod1Transform(Method1Transform* transform) {
     FreeGroup(transform->altInputTable4096);
     FreeGroup(transform->altOutputTable8);
     FreeGroup(transform->altOutputTable16);
-    std::free(transform);
+    Deallocate(transform);
 }
 
 int BuildMethod1Transform(Method1Transform* transform, uint16_t intent, ProfileFile* source,
@@ -373,8 +374,10 @@ int BuildMethod1Transform(Method1Transform* transform, uint16_t intent, ProfileF
     t->sourceSpace = source->header.colorSpace;
     t->destinationSpace = destination->header.colorSpace;
 
-    ProfileModel sourceModel = {};
-    ProfileModel destinationModel = {};
+    Scoped<ProfileModel, ReleaseProfileModel> heldSource;
+    Scoped<ProfileModel, ReleaseProfileModel> heldDestination;
+    ProfileModel& sourceModel = heldSource.value;
+    ProfileModel& destinationModel = heldDestination.value;
     int result = 0;
     if (BuildSourceModel(intent, source, &sourceModel) &&
         BuildDestinationModel(intent, destination, gamut, &destinationModel)) {
@@ -384,8 +387,6 @@ int BuildMethod1Transform(Method1Transform* transform, uint16_t intent, ProfileF
         t->status = kBuildStatusOk;
         result = Method1Builder(t, &sourceModel, &destinationModel).Run() ? 1 : 0;
     }
-    ReleaseProfileModel(&sourceModel);
-    ReleaseProfileModel(&destinationModel);
     t->ready = result ? 1 : 0;
     return result;
 }

@@ -1,5 +1,5 @@
-// Tone curves bent into a built transform: ChangeToneCurves puts new curves
-// in place of a side's own curves, MergeToneCurves composes them with them.
+// Tone curves bent into a built transform: a change puts new curves in place
+// of a side's own curves, a merge composes them with them.
 //
 // Method 1 keeps a second set of input and output tables with a switch per
 // side; the curves are written there and the primary tables stay untouched.
@@ -7,9 +7,9 @@
 // monochrome cell/fraction tables) and the curved grid are rebuilt from the
 // record's stored curves and grid, which are never rewritten.
 //
-// Curve entries are u16 on the caller's scale (CurveMaximumForBits). Every call checks all the curves it
-// will read before touching anything, so a call refused for its curves
-// changes nothing, not even the caller's curves. A record that lacks a table
+// Curve entries are u16 on the caller's scale (CurveMaximumForBits). Every
+// call checks all the curves it will read before touching anything, so a
+// call refused for its curves changes nothing, not even the caller's curves. A record that lacks a table
 // a step would read (a build that stopped half way) is left as it is; the
 // status is then the one the call would give anyway.
 #include "transform/tone_curves.h"

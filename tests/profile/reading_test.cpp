@@ -219,14 +219,16 @@ std::string Display(icc::Primaries p, double g = 1.8, ProfileWriter::EntryOverri
 }
 
 // A Lab-PCS profile holding one lut of the given shape (an 'mft1' when it has 256 entries) under `tag`, and
-// the tags of a gamma-2.2 matrix/TRC profile if asked.
-std::string WithLut(uint32_t deviceClass, const char (&tag)[5], int in, int out, int grid, int entries, bool matrix) {
+// the tags of a gamma-2.2 matrix/TRC profile if asked; the header's colour space is `space`.
+std::string WithLut(uint32_t deviceClass, const char (&tag)[5], int in, int out, int grid, int entries, bool matrix,
+                    uint32_t space = Sig4("RGB ")) {
     const icc::Lut l{.inputChannels = uint8_t(in), .outputChannels = uint8_t(out), .gridPoints = uint8_t(grid),
                      .inputTables = std::vector(in, std::vector<uint16_t>(entries)),
                      .clut = std::vector<uint16_t>(size_t(std::pow(grid, in)) * out),
                      .outputTables = std::vector(out, std::vector<uint16_t>(entries))};
     ProfileWriter w = matrix ? icc::MatrixTrcGammaProfile({}, 2.2) : ProfileWriter{};
     w.header.deviceClass = deviceClass;
+    w.header.colorSpace = space;
     w.header.pcs = kSigLab;
     w.AddTag(Sig4(tag), entries == 256 ? icc::Mft1Element(l) : icc::Mft2Element(l));
     return Write(w);
@@ -240,7 +242,7 @@ TEST(ProfileModel, TagChoiceFallbacksAndRefusals) {
         {WithLut(prtr, "A2B0", 3, 3, 2, 256, false), kSrc, 2, 0, 0, "no A2B2, no fallback to A2B0"},
         {WithLut(prtr, "A2B0", 3, 3, 2, 256, false), kSrc, 9, 1, kKindLut, "unknown intent: A2B0"},
         {WithLut(mntr, "B2A0", 3, 3, 2, 256, false), kDst, 2, 1, kKindLut, "non-printer: B2A0"},
-        {WithLut(prtr, "B2A1", 3, 4, 2, 256, false), kDst, 3, 1, kKindLut, "intent 3: B2A1"},
+        {WithLut(prtr, "B2A1", 3, 4, 2, 256, false, Sig4("CMYK")), kDst, 3, 1, kKindLut, "intent 3: B2A1"},
         {WithLut(prtr, "gamt", 3, 1, 2, 256, false), kGamut, 0, 1, kKindLut, "gamut table"},
         {WithLut(mntr, "A2B0", 5, 3, 2, 256, true), kSrc, 0, 1, kKindMatrixTrc, "5 inputs: matrix/TRC instead"},
         {WithLut(mntr, "B2A0", 3, 5, 2, 256, true), kDst, 0, 1, kKindMatrixTrc, "5 outputs"},
@@ -248,7 +250,13 @@ TEST(ProfileModel, TagChoiceFallbacksAndRefusals) {
         {WithLut(mntr, "A2B0", 3, 3, 2, 1, true), kSrc, 0, 1, kKindMatrixTrc, "1 table entry"},
         {WithLut(mntr, "A2B0", 4, 4, 2, 256, true), kSrc, 0, 1, kKindMatrixTrc, "source out != 3"},
         {WithLut(mntr, "B2A0", 4, 3, 2, 256, true), kDst, 0, 1, kKindMatrixTrc, "dest in != 3"},
-        {WithLut(mntr, "A2B0", 4, 3, 2, 256, true), kSrc, 0, 1, kKindLut, "CMYK source lut"},
+        {WithLut(mntr, "A2B0", 4, 3, 2, 256, false, Sig4("CMYK")), kSrc, 0, 1, kKindLut, "CMYK source lut"},
+        {WithLut(mntr, "A2B0", 4, 3, 2, 256, true), kSrc, 0, 1, kKindMatrixTrc, "4 inputs behind 'RGB ': matrix/TRC"},
+        {WithLut(prtr, "B2A0", 3, 3, 2, 256, false, Sig4("CMYK")), kDst, 0, 0, 0, "3 outputs behind 'CMYK'"},
+        {WithLut(prtr, "gamt", 3, 1, 2, 256, false, Sig4("CMYK")), kGamut, 0, 1, kKindLut, "gamut table: any space"},
+        {WithLut(mntr, "A2B0", 4, 3, 2, 256, false, Sig4("4CLR")), kSrc, 0, 1, kKindLut, "4CLR: four channels"},
+        {WithLut(mntr, "A2B0", 3, 3, 2, 256, false, Sig4("ACLR")), kSrc, 0, 0, 0, "ACLR: ten channels"},
+        {WithLut(mntr, "A2B0", 4, 3, 2, 256, false, Sig4("1CLR")), kSrc, 0, 1, kKindLut, "1CLR: no count, unchecked"},
         {Display({}, 1.8, {}, Sig4("RGB ")), kDst, 0, 0, 0, "PCS 'RGB ' refused"},
         {Display({}, 1.8, {Sig4("gXYZ"), {}, 8, {}}), kSrc, 0, 0, 0, "empty colorant"},
         {Display({}, 1.8, {Sig4("wtpt"), {}, {}, Sig4("curv")}), kSrc, 0, 0, 0, "white point of the wrong type"},

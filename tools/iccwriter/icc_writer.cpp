@@ -185,6 +185,20 @@ std::vector<uint8_t> RawElement(uint32_t type, const std::vector<uint8_t>& paylo
     return out;
 }
 
+Lut ShapedLut(uint8_t inputs, uint8_t outputs, uint8_t gridPoints, uint16_t entries) {
+    Lut lut;
+    lut.inputChannels = inputs;
+    lut.outputChannels = outputs;
+    lut.gridPoints = gridPoints;
+    lut.inputTables.assign(inputs, Ramp(entries));
+    lut.outputTables.assign(outputs, Ramp(entries));
+    size_t nodes = 1;
+    for (uint8_t c = 0; c < inputs; ++c) nodes *= gridPoints;
+    lut.clut.resize(nodes * outputs);
+    for (size_t i = 0; i < lut.clut.size(); ++i) lut.clut[i] = uint16_t(i * 4099u);
+    return lut;
+}
+
 Lut IdentityLut(uint8_t channels, uint8_t gridPoints, uint16_t entries) {
     Lut lut;
     lut.inputChannels = channels;

@@ -75,6 +75,9 @@ std::vector<uint8_t> RawElement(uint32_t type, const std::vector<uint8_t>& paylo
 // 256 (mft1), and a CLUT that maps each node to its own coordinates (inputs
 // must equal outputs) or to a constant when they differ.
 Lut IdentityLut(uint8_t channels, uint8_t gridPoints, uint16_t entries);
+// A lut of any shape: linear tables of `entries` values and a CLUT of
+// varied node values (not an identity; inputs and outputs may differ).
+Lut ShapedLut(uint8_t inputs, uint8_t outputs, uint8_t gridPoints, uint16_t entries);
 
 class ProfileWriter {
 public:
