@@ -68,32 +68,6 @@ void CopyBounded(char* out, size_t size, const char* text, size_t len) {
     out[len] = '\0';
 }
 
-// Splits a path the way the runtime's path splitter does, on both '/' and
-// '\': an optional "X:" drive, the directory up to and including the last
-// separator, the file name, and the extension from the last '.'. Each part
-// is truncated to its buffer.
-void SplitPath(const char* path, char* drive, char* dir, char* name, char* ext) {
-    if (path[0] != '\0' && path[1] == ':') {
-        CopyBounded(drive, kDriveSize, path, 2);
-        path += 2;
-    }
-    const char* lastSep = nullptr;
-    const char* lastDot = nullptr;
-    for (const char* p = path; *p != '\0'; ++p) {
-        if (IsSeparator(*p)) lastSep = p;
-        else if (*p == '.') lastDot = p;
-    }
-    const char* base = path;
-    if (lastSep != nullptr) {
-        CopyBounded(dir, kDirSize, path, size_t(lastSep - path) + 1);
-        base = lastSep + 1;
-    }
-    if (lastDot != nullptr && lastDot < base) lastDot = nullptr;
-    const char* end = lastDot != nullptr ? lastDot : base + std::strlen(base);
-    CopyBounded(name, kNameSize, base, size_t(end - base));
-    if (lastDot != nullptr) CopyBounded(ext, kExtSize, lastDot, std::strlen(lastDot));
-}
-
 // The folder that holds the file: the directory part without its trailing
 // separator, after the last remaining separator. Null when no separator is
 // left (a bare name, or "folder/name" without a leading separator).
@@ -101,8 +75,10 @@ const char* FolderName(char* dir) {
     size_t len = std::strlen(dir);
     if (len == 0) return nullptr;
     dir[len - 1] = '\0';
+    // Character by character: on a double-byte code page a trail byte 0x5C
+    // inside the folder's name is not a separator.
     const char* last = nullptr;
-    for (const char* p = dir; *p != '\0'; ++p)
+    for (const char* p = dir; *p != '\0'; p = platform::NextCharacter(p))
         if (IsSeparator(*p)) last = p;
     return last != nullptr ? last + 1 : nullptr;
 }
@@ -191,7 +167,8 @@ uint32_t CheckProfileFile(const char* path, HeaderFields* fields, const Director
     const Owned<char> name(static_cast<char*>(AllocateZeroed(kNameSize, 1)));
     const Owned<char> ext(static_cast<char*>(AllocateZeroed(kExtSize, 1)));
     if (drive == nullptr || dir == nullptr || name == nullptr || ext == nullptr) return 4;
-    SplitPath(path, drive.get(), dir.get(), name.get(), ext.get());
+    platform::SplitPath(path, {drive.get(), kDriveSize, dir.get(), kDirSize, name.get(), kNameSize, ext.get(),
+                               kExtSize});
     const char* folder = FolderName(dir.get());
     const char* registered = RegisteredFolder(cls, directories);
     return (folder != nullptr && registered != nullptr && SameFolder(folder, registered)) ? 0 : 3;

@@ -38,9 +38,14 @@ options_of() {
 }
 
 build() {
-    if ! command -v clang++-14 >/dev/null; then
-        echo "clang-14 is needed: apt-get install clang-14" >&2
-        exit 2
+    bash scripts/install-deps.sh
+    local missing=()
+    for p in clang-14 libclang-rt-14-dev; do
+        dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+    done
+    if ((${#missing[@]})); then
+        apt-get update -qq
+        DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
     fi
     if [ ! -f "$build/build.ninja" ]; then
         CC=clang-14 CXX=clang++-14 cmake -S fuzz -B "$build" -G Ninja >/dev/null

@@ -4,6 +4,13 @@
 // one built selector shared by two threads.
 #include <thread>
 
+#ifdef _WIN32
+#  ifndef WIN32_LEAN_AND_MEAN
+#    define WIN32_LEAN_AND_MEAN
+#  endif
+#  include <windows.h>
+#endif
+
 #include "api_fixtures.h"
 
 namespace {
@@ -155,18 +162,33 @@ TEST(Selector, CallerIntentsTwoAndThreeAreSwapped) {
     }
 }
 
+// The colour folder LocateProfile puts in front of a name: on Windows the
+// whole "<system directory>\COLOR\" as the system reports it; elsewhere the
+// configured directory is not known here, only its "/color/" ending.
+std::string ColourFolder() {
+#ifdef _WIN32
+    char system[MAX_PATH + 1] = {};
+    GetSystemDirectoryA(system, MAX_PATH);
+    return std::string(system) + "\\COLOR\\";
+#else
+    return "/color/";
+#endif
+}
+
 TEST(Selector, LocateProfileAppendsTheNameAsGiven) {
-    const struct { std::string name, suffix; } cases[] = {
-        {"a.icm", "/color/a.icm"}, {"", "/color/"},
-        {"icc/sRGB.icc", "/color/icc/sRGB.icc"},  // a directory in the name is kept
-        {"sub\\a.icm", "/color/sub\\a.icm"},      // so is a backslash
+    const std::string folder = ColourFolder();
+    const std::string names[] = {
+        "a.icm",
+        "",              // the folder alone
+        "icc/sRGB.icc",  // a directory in the name is kept
+        "sub\\a.icm",    // so is a backslash
     };
     char out[300];
-    for (const auto& c : cases) {
-        EXPECT_EQ(LocateProfile(c.name.c_str(), out), 1u);
+    for (const std::string& name : names) {
+        EXPECT_EQ(LocateProfile(name.c_str(), out), 1u);
         const std::string got(out);
-        EXPECT_TRUE(got.ends_with(c.suffix)) << got;
-        EXPECT_EQ(got.find("/color/"), got.size() - c.suffix.size()) << got;  // one directory prefix only
+        EXPECT_TRUE(got.ends_with(folder + name)) << got;
+        EXPECT_EQ(got.find(folder), got.size() - folder.size() - name.size()) << got;  // one folder prefix only
     }
     std::memset(out, 'x', sizeof out);
     EXPECT_EQ(LocateProfile(std::string(400, 'n').c_str(), out), 1u);

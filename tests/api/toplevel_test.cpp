@@ -2,9 +2,18 @@
 // folders, the intent and method mapping, and the 64-pixel chunking of
 // tintra_Proc compared with one direct toolbox conversion.
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
+#include <fstream>
+#include <thread>
 
 #include <unistd.h>
+#ifdef _WIN32
+#  ifndef WIN32_LEAN_AND_MEAN
+#    define WIN32_LEAN_AND_MEAN
+#  endif
+#  include <windows.h>
+#endif
 
 #include "api_fixtures.h"
 
@@ -19,12 +28,19 @@ using tintra3::icc::Sig4;
 class TopLevel : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        for (const char* d : {"Monitor", "monitor", "Printer"}) fs::create_directories(Path(d));
+        // On a case-insensitive file system "monitor" is "Monitor" and holds the
+        // same sRGB copy; the check compares the path as written, so the cases
+        // stay the same. "x\\Monitor" is one file name on POSIX, a folder on Windows.
+        for (const char* d : {"Monitor", "monitor", "Printer", "x\\Monitor"}) fs::create_directories(Path(d));
         const std::pair<const char*, const char*> copies[] = {
             {"sRGB.icc", "Monitor/srgb.icc"}, {"sRGB.icc", "monitor/srgb.icc"}, {"sRGB.icc", "x\\Monitor\\srgb.icc"},
             {"compatibleWithAdobeRGB1998.icc", "Monitor/adobe.icc"}, {"LCMSLABI.ICM", "Monitor/lab.icc"},
             {"Gray.icc", "Monitor/gray.icc"}, {"ghostscript/default_cmyk.icc", "Printer/cmyk.icc"}};
-        for (auto [real, to] : copies) fs::copy_file(RealProfile(real), Path(to), fs::copy_options::overwrite_existing);
+        // Copied by hand: MinGW's copy_file takes any two existing files for the same one.
+        for (auto [real, to] : copies) {
+            std::ifstream from(RealProfile(real), std::ios::binary);
+            std::ofstream(Path(to), std::ios::binary | std::ios::trunc) << from.rdbuf();
+        }
         static const char kClasses[][5] = {"spac", "link", "xxxx"};
         for (const auto& cls : kClasses) {
             auto w = tintra3::icc::MatrixTrcGammaProfile({}, 2.2);
@@ -83,7 +99,7 @@ TEST_F(TopLevel, ProfileChecks) {
         tintra_Free(handle);
     }
     // "Monitor/srgb.icc" relative: the directory part has no separator but the trailing one, so no folder name.
-    const std::string cwd = fs::current_path();
+    const std::string cwd = fs::current_path().string();
     ASSERT_EQ(chdir(base_.c_str()), 0);
     CColorMatcher* handle = nullptr;
     EXPECT_EQ(tintra_Init("Monitor/srgb.icc", "Monitor/srgb.icc", 0, 0, &handle, up), 1402u);
@@ -93,6 +109,43 @@ TEST_F(TopLevel, ProfileChecks) {
     EXPECT_EQ(tintra_Init("srgb.icc", "srgb.icc", 0, 0, &handle, nullptr), 1402u);  // a bare name
     ASSERT_EQ(chdir(cwd.c_str()), 0);
 }
+
+// Threads checking the same two profiles at once: each check opens the files
+// while others hold them, which must not fail (1400, 1410) on any system.
+TEST_F(TopLevel, ConcurrentInitsShareTheProfiles) {
+    const std::string src = Path("Monitor/srgb.icc"), dst = Path("Monitor/adobe.icc");
+    std::atomic<int> failures{0};
+    auto inits = [&] {
+        for (int i = 0; i < 20; ++i) {
+            CColorMatcher* handle = nullptr;
+            if (tintra_Init(src.c_str(), dst.c_str(), 0, 1, &handle, &upper_) != 0) ++failures;
+            tintra_Free(handle);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) threads.emplace_back(inits);
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(failures.load(), 0);
+}
+
+#ifdef _WIN32
+// A folder named by the code page 932 character 0x95 0x5C, whose second byte
+// is the code of '\\'. Only a character-aware split finds the folder name.
+// The system code page decides how the file system reads the name, so this
+// runs where it is 932 (under wine: LC_ALL=ja_JP.UTF-8).
+TEST_F(TopLevel, DoubleByteFolderName) {
+    if (GetACP() != 932) GTEST_SKIP() << "system code page " << GetACP() << ", not 932";
+    const std::string folder = "\x95\x5C", src = Path(folder + "/srgb.icc");
+    ASSERT_TRUE(CreateDirectoryA(Path(folder).c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS)
+        << GetLastError();
+    ASSERT_TRUE(CopyFileA(Path("Monitor/srgb.icc").c_str(), src.c_str(), FALSE));
+    DirectoryTable table{};
+    SetDirectoryName("Printer", folder.c_str(), "Scanner", &table);
+    CColorMatcher* handle = nullptr;
+    EXPECT_EQ(tintra_Init(src.c_str(), src.c_str(), 0, 0, &handle, &table), 0u);
+    tintra_Free(handle);
+}
+#endif
 
 // Intents 2 and 3 swap twice (top level, then the selector), so they reach
 // the builder unchanged: 2 picks A2B2, 3 picks A2B1. A failed build keeps its handle.

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <numbers>
 
 #include "transform/colour.h"
 
@@ -56,15 +57,15 @@ TEST(Encodings, EdgesScalesAndEveryCode) {
         {&kXyz16, {kNaN, 0.5, 1.999969482421875}, {0, 16384, 65535}, "NaN codes 0; top code exact"},
         {&kLab16, {100, 127.9, -200}, {65535, 65510, 0}, "a, b clip at 127.99609375 not 127"},
         {&kLab16, {50, 0, 127.99609375}, {32768, 32768, 65535}, "L 50 rounds half up"},
-        {&kLch16, {0, 300, M_PI}, {0, 65535, 65535}, "+pi is the last code, never 0"},
-        {&kLch16, {-5, 1, -M_PI}, {0, 256, 0}, "-pi is code 0"},
+        {&kLch16, {0, 300, std::numbers::pi}, {0, 65535, 65535}, "+pi is the last code, never 0"},
+        {&kLch16, {-5, 1, -std::numbers::pi}, {0, 256, 0}, "-pi is code 0"},
         {&kLch16, {100, 0, 0}, {65535, 0, 32768}, "hue 0 is half a turn"},
         {&kXyz8, {2.0, 1.0, -1}, {255, 128, 0}, "unsigned 1.7"},
         {&kLab8, {100, 127.9, -129}, {255, 255, 0}, "8-bit a, b clip at 127"},
         {&kLab8, {50, 0.4, -0.6}, {127, 128, 127}, "50 x 2.55 falls just below 127.5"},
         {&kLab8, {60, 0, 0}, {153, 128, 128}, "L 60 is exactly 153"},
-        {&kLch8, {0, 300, M_PI}, {0, 255, 255}, "+pi is code 255"},
-        {&kLch8, {kNaN, 10.5, -M_PI}, {0, 11, 0}, "NaN codes 0"},
+        {&kLch8, {0, 300, std::numbers::pi}, {0, 255, 255}, "+pi is code 255"},
+        {&kLch8, {kNaN, 10.5, -std::numbers::pi}, {0, 11, 0}, "NaN codes 0"},
     };
     for (const Case& c : cases) {
         std::array<uint32_t, 3> out;
