@@ -95,7 +95,7 @@ void Images(const fs::path& dir) {
         const fs::path tmp = dir / "tmp.img";
         cli::WriteImage(im, s.png ? cli::FileFormat::kPng : cli::FileFormat::kTiff, tmp.string(), s.name);
         std::FILE* f = std::fopen(tmp.string().c_str(), "rb");
-        std::vector<uint8_t> bytes = {uint8_t(s.png ? 1 : 0)};  // the target's extension byte
+        std::vector<uint8_t> bytes;  // the reader goes by the first bytes, as the tool does
         int c;
         while ((c = std::fgetc(f)) != EOF) bytes.push_back(uint8_t(c));
         std::fclose(f);

@@ -260,7 +260,7 @@ TEST_F(TintraCli, FailuresLeaveNoFile) {
         {conv + " --src builtin:cmyk --dst builtin:srgb", 1, "is for 4-channel data"},
         {conv, 2, "--dst is required"},
         {"convert " + chart8_ + " " + Path("out.png") + " --dst builtin:cmyk", 2, "PNG holds only grey or RGB"},
-        {"convert " + chart8_ + " " + Path("out.jpg") + " --dst builtin:cmyk", 2, "unknown image format"},
+        {"convert " + chart8_ + " " + Path("out.bmp") + " --dst builtin:cmyk", 2, "unknown image format"},
         {conv + " --dst builtin:cmyk --intent vivid", 2, "--intent must be"},
         {conv + " --dst builtin:cmyk --bits 12", 2, "--bits must be 8 or 16"},
         {conv + " --dst builtin:cmyk --method 2", 2, "--method must be"},

@@ -1,11 +1,13 @@
 // Image and value conversions through the toolbox interface.
 //
-// An image is cut into blocks of whole lines (a PixelRun counts lines in 16
-// bits, and the library's buffer sizes are 32-bit). Worker threads take
-// blocks from a shared counter; each worker has its own toolbox handle, so no
-// library object is ever touched by two threads. Every block is converted
-// into a scratch buffer with room for four 16-bit channels and then copied
-// into the output image together with the alpha channel.
+// A page is streamed in bands of whole lines (a PixelRun counts lines in 16
+// bits, and the library's buffer sizes are 32-bit): the calling thread reads
+// bands and writes them back in order while worker threads convert them;
+// each worker has its own toolbox handle, so no library object is ever
+// touched by two threads. Every band is converted into a scratch buffer with
+// room for four 16-bit channels and then copied into the output band
+// together with the alpha channel. Only a few bands are ever held, whatever
+// the size of the image.
 #include "tools/tintra/engine.h"
 
 #include <algorithm>
@@ -14,6 +16,8 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <system_error>
@@ -193,184 +197,373 @@ void ScatterBlock(const Image& in, Image& out, uint32_t y0, uint32_t n, const ui
     }
 }
 
-struct WorkState {
-    std::atomic<uint32_t> nextBlock{0};
-    std::atomic<bool> failed{false};
-    std::atomic<uint64_t> pixelsDone{0};
-    std::unique_ptr<std::atomic<uint32_t>[]> percent;  // GetProgress of each worker's handle
-    std::mutex lock;
-    std::condition_variable finishedSignal;
-    unsigned finished = 0;
-    std::string error;  // first failure
-    void Fail(const std::string& message) {
-        std::lock_guard<std::mutex> guard(lock);
-        if (error.empty()) error = message;
-        failed = true;
-    }
-};
-
-void DrawProgress(unsigned percent, bool done) {
+void DrawProgress(double fraction, uint32_t page, uint32_t pages) {
     constexpr int kWidth = 40;
-    percent = std::min(percent, 100u);
+    const unsigned percent = unsigned(std::clamp(fraction, 0.0, 1.0) * 100.0);
     char bar[kWidth + 1];
     const int filled = int(percent * kWidth / 100);
     for (int i = 0; i < kWidth; ++i) bar[i] = i < filled ? '#' : '.';
     bar[kWidth] = 0;
-    std::fprintf(stderr, "\rconverting [%s] %3u%%", bar, percent);
-    if (done) std::fprintf(stderr, "\r%*s\r", kWidth + 20, "");
+    if (pages > 1)
+        std::fprintf(stderr, "\rconverting [%s] %3u%% page %u/%u", bar, percent, page + 1, pages);
+    else
+        std::fprintf(stderr, "\rconverting [%s] %3u%%", bar, percent);
     std::fflush(stderr);
 }
 
+void ClearProgress() {
+    std::fprintf(stderr, "\r%*s\r", 72, "");
+    std::fflush(stderr);
+}
+
+// Copies lines [fromRow, fromRow + n) of `from` to lines from `toRow` of
+// `to`; both have the same samples per pixel, depth and layout.
+void CopyLines(const Image& from, uint32_t fromRow, Image& to, uint32_t toRow, uint32_t n) {
+    const size_t sb = from.bytesPerSample(), w = from.width, spp = size_t(from.samplesPerPixel());
+    if (!from.planar) {
+        std::memcpy(to.data.data() + size_t(toRow) * w * spp * sb, from.data.data() + size_t(fromRow) * w * spp * sb,
+                    size_t(n) * w * spp * sb);
+        return;
+    }
+    for (size_t s = 0; s < spp; ++s)
+        std::memcpy(to.data.data() + (s * to.height + toRow) * w * sb,
+                    from.data.data() + (s * from.height + fromRow) * w * sb, size_t(n) * w * sb);
+}
+
+// Gives `band` the geometry of `n` lines of `page`, reusing its storage.
+void ShapeBand(Image& band, const Image& page, uint32_t n) {
+    std::vector<uint8_t> keep = std::move(band.data);
+    band = page.Band(n);
+    band.data = std::move(keep);
+    band.data.resize(band.byteCount());
+}
+
+// One page's transform: the settings handed to the library, the output
+// page, and one toolbox handle with its scratch buffers per worker.
+class PageConverter {
+public:
+    PageConverter(const Image& page, const std::string& inName, const Profile& src, const Profile& dst,
+                  const ConvertOptions& options, unsigned workers)
+        : inName_(inName), src_(src), dst_(dst), settings_(options.match), lanes_(workers) {
+        if (settings_.bitsOut == 0) settings_.bitsOut = uint16_t(page.bits);
+        const uint32_t w = page.width, h = page.height;
+        // Band height: about 64K pixels, within the 16-bit line count and the
+        // 32-bit buffer sizes. The destination
+        // scratch has room for four 16-bit channels whatever the profile
+        // claims, so a lut with more outputs than its colour space cannot
+        // write past it.
+        const uint64_t inLine = uint64_t(w) * page.colourChannels * page.bytesPerSample();
+        const uint64_t scratchLine = uint64_t(w) * 4 * 2;
+        if (scratchLine > UINT32_MAX)
+            throw Failure("'" + inName + "' is too wide for the library (32-bit buffer sizes)");
+        uint64_t lines = options.blockLines;
+        if (lines == 0) lines = std::max<uint64_t>(1, 65536 / w);
+        lines = std::min<uint64_t>({lines, 65535, h, UINT32_MAX / scratchLine});
+        bandLines_ = uint32_t(std::max<uint64_t>(1, lines));
+
+        params_.width = w;
+        params_.lines = h;
+        params_.bufferSize = uint32_t(inLine * bandLines_);
+        params_.destinationBufferSize = uint32_t(scratchLine * bandLines_);
+        params_.bitsIn = uint16_t(page.bits);
+        params_.bitsOut = settings_.bitsOut;
+        params_.layout = page.planar ? TINTRA_FRAME_PLANAR : TINTRA_INTERLEAVED;
+        outputPlanar_ = options.outputPlanar;
+    }
+
+    // Builds the first handle and checks what it produces. Called once the
+    // first band has been read: the buffers it needs grow with the width a
+    // header claims, and a file must show real lines before that is trusted.
+    void Build(const Image& page) {
+        const double buildStart = Seconds();
+        lanes_[0].matcher = std::make_unique<Matcher>();
+        InitChecked(*lanes_[0].matcher, params_, src_, dst_, settings_);
+        buildSeconds_ = Seconds() - buildStart;
+        // The library has accepted both profiles; now they must fit the image.
+        CheckChannels(page.colourChannels, src_, dst_, inName_);
+
+        out_ = page.Band(page.height);
+        out_.colourChannels = ChannelsOf(dst_.ColorSpace());
+        out_.bits = settings_.bitsOut;
+        out_.planar = outputPlanar_;
+        out_.colorSpace = dst_.ColorSpace();
+        out_.icc = dst_.bytes;
+        out_.meta = page.meta;
+        ProbeChannels(page, params_.bufferSize / bandLines_, params_.destinationBufferSize / bandLines_);
+    }
+
+    uint32_t bandLines() const { return bandLines_; }
+    double buildSeconds() const { return buildSeconds_; }
+    const Image& outPage() const { return out_; }
+
+    // Converts `in` (a band of the page) into `out` (shaped here) with the
+    // handle of worker `lane`, which no other thread uses.
+    void Convert(const Image& in, Image& out, unsigned lane) {
+        Lane& l = lanes_[lane];
+        if (!l.matcher) {
+            l.matcher = std::make_unique<Matcher>();
+            const uint32_t status = l.matcher->Init(params_, src_, dst_, settings_);
+            if (status != 0) throw InitFailure(status, params_, src_, dst_, settings_);
+        }
+        if (l.converted.empty()) {
+            l.gather.resize((in.planar || in.alpha) ? size_t(params_.bufferSize) : 0);
+            l.converted.resize(params_.destinationBufferSize);
+        }
+        ShapeBand(out, out_, in.height);
+        PixelRun srcRun{const_cast<uint8_t*>(GatherBlock(in, 0, in.height, l.gather)), uint16_t(in.height)};
+        PixelRun dstRun{l.converted.data(), uint16_t(in.height)};
+        const uint32_t status = QemToolboxProc(&srcRun, &dstRun, l.matcher->get());
+        if (status != 0) throw Failure(StatusText(status) + ": converting '" + inName_ + "'");
+        ScatterBlock(in, out, 0, in.height, l.converted.data());
+    }
+
+private:
+    struct Lane {
+        std::unique_ptr<Matcher> matcher;
+        std::vector<uint8_t> gather;
+        std::vector<uint8_t> converted;
+    };
+
+    // Converts one line twice, over scratch filled with 0x00 and with 0xFF:
+    // the bytes the kernel wrote agree, so the written length tells how many
+    // channels the transform produces.
+    void ProbeChannels(const Image& page, uint32_t inLine, uint32_t scratchLine) {
+        std::vector<uint8_t> line(inLine, 0), a(scratchLine, 0x00), b(scratchLine, 0xFF);
+        PixelRun srcRun{line.data(), 1}, runA{a.data(), 1}, runB{b.data(), 1};
+        uint32_t status = QemToolboxProc(&srcRun, &runA, lanes_[0].matcher->get());
+        if (status == 0) status = QemToolboxProc(&srcRun, &runB, lanes_[0].matcher->get());
+        if (status != 0) throw Failure(StatusText(status) + ": converting '" + inName_ + "'");
+        size_t written = a.size();
+        while (written > 0 && a[written - 1] != b[written - 1]) --written;
+        const size_t outBytes = out_.bytesPerSample(), w = page.width;
+        if (written != w * size_t(out_.colourChannels) * outBytes)
+            throw Failure("destination profile " + dst_.label + " produces " +
+                          std::to_string(written / (w * outBytes)) + " channels but its colour space " +
+                          SignatureText(dst_.ColorSpace()) + " has " + std::to_string(out_.colourChannels));
+    }
+
+    std::string inName_;
+    const Profile& src_;
+    const Profile& dst_;
+    MatchSettings settings_;
+    bool outputPlanar_ = false;
+    ImageParams params_{};
+    uint32_t bandLines_ = 1;
+    double buildSeconds_ = 0;
+    Image out_;
+    std::vector<Lane> lanes_;
+};
+
+// Bands in flight: read into a free slot, converted by a worker, written in
+// file order, free again. Twice as many slots as workers keep every worker
+// busy while the reader and the writer take their turns.
+struct Slot {
+    enum State { kFree, kQueued, kConverting, kDone } state = kFree;
+    Image in;
+    Image out;
+};
+
+class BandPipeline {
+public:
+    BandPipeline(PageConverter& converter, unsigned workers, const std::string& inName)
+        : converter_(converter), inName_(inName), slots_(size_t(workers) * 2) {
+        try {
+            for (unsigned i = 0; i < workers; ++i) pool_.emplace_back([this, i] { Work(i); });
+        } catch (const std::system_error&) {
+            // A thread that cannot be started leaves its share to the others.
+            if (pool_.empty()) throw Failure("cannot start a conversion thread");
+        }
+    }
+
+    ~BandPipeline() { Stop(); }
+
+    unsigned workers() const { return unsigned(pool_.size()); }
+
+    // Reads, converts and writes the page; `afterFirstRead` runs once the
+    // first band is in, before any conversion; `onLines` is told of each band
+    // written.
+    void Run(ImageReader& reader, const Image& page, ImageWriter& writer, const std::function<void()>& afterFirstRead,
+             const std::function<void(uint32_t)>& onLines) {
+        const uint32_t h = page.height, band = converter_.bandLines();
+        uint32_t readRow = 0, writtenRow = 0;
+        size_t readSlot = 0, writeSlot = 0;
+        while (writtenRow < h) {
+            for (;;) {
+                {
+                    std::lock_guard<std::mutex> guard(lock_);
+                    if (readRow >= h || slots_[readSlot].state != Slot::kFree) break;
+                }
+                Slot& slot = slots_[readSlot];
+                ShapeBand(slot.in, page, std::min(band, h - readRow));
+                reader.ReadLines(slot.in);
+                if (readRow == 0) afterFirstRead();
+                readRow += slot.in.height;
+                {
+                    std::lock_guard<std::mutex> guard(lock_);
+                    slot.state = Slot::kQueued;
+                    queue_.push_back(readSlot);
+                }
+                wake_.notify_all();
+                readSlot = (readSlot + 1) % slots_.size();
+            }
+            Slot& slot = slots_[writeSlot];
+            {
+                std::unique_lock<std::mutex> guard(lock_);
+                done_.wait(guard, [&] { return slot.state == Slot::kDone || !error_.empty(); });
+                if (!error_.empty()) throw Failure(error_);
+            }
+            writer.WriteLines(slot.out);
+            writtenRow += slot.in.height;
+            if (onLines) onLines(slot.in.height);
+            {
+                std::lock_guard<std::mutex> guard(lock_);
+                slot.state = Slot::kFree;
+            }
+            writeSlot = (writeSlot + 1) % slots_.size();
+        }
+    }
+
+private:
+    void Work(unsigned lane) {
+        for (;;) {
+            size_t index;
+            {
+                std::unique_lock<std::mutex> guard(lock_);
+                wake_.wait(guard, [&] { return stopping_ || !queue_.empty(); });
+                if (stopping_) return;
+                index = queue_.front();
+                queue_.pop_front();
+                slots_[index].state = Slot::kConverting;
+            }
+            std::string failure;
+            try {
+                converter_.Convert(slots_[index].in, slots_[index].out, lane);
+            } catch (const std::bad_alloc&) {
+                failure = "out of memory while converting '" + inName_ + "'";
+            } catch (const std::exception& e) {
+                failure = e.what();
+            }
+            {
+                std::lock_guard<std::mutex> guard(lock_);
+                slots_[index].state = Slot::kDone;
+                if (!failure.empty() && error_.empty()) error_ = failure;
+            }
+            done_.notify_all();
+        }
+    }
+
+    void Stop() {
+        {
+            std::lock_guard<std::mutex> guard(lock_);
+            stopping_ = true;
+        }
+        wake_.notify_all();
+        for (std::thread& t : pool_) t.join();
+        pool_.clear();
+    }
+
+    PageConverter& converter_;
+    std::string inName_;
+    std::vector<Slot> slots_;
+    std::deque<size_t> queue_;
+    std::mutex lock_;
+    std::condition_variable wake_;
+    std::condition_variable done_;
+    bool stopping_ = false;
+    std::string error_;
+    std::vector<std::thread> pool_;
+};
+
+// A whole image in memory as a one-page file.
+class MemoryReader final : public ImageReader {
+public:
+    explicit MemoryReader(const Image& image) : image_(image) {
+        page_ = image.Band(image.height);
+        page_.icc = image.icc;
+        page_.meta = image.meta;
+    }
+    FileFormat format() const override { return FileFormat::kTiff; }
+    void ReadLines(Image& band) override {
+        CopyLines(image_, row_, band, 0, band.height);
+        row_ += band.height;
+    }
+
+private:
+    const Image& image_;
+    uint32_t row_ = 0;
+};
+
+class MemoryWriter final : public ImageWriter {
+public:
+    explicit MemoryWriter(Image& image) : image_(image) {}
+    void BeginPage(const Image& page, uint32_t, uint32_t) override {
+        image_ = page.Band(page.height);
+        image_.icc = page.icc;
+        image_.meta = page.meta;
+        image_.Allocate();
+        row_ = 0;
+    }
+    void WriteLines(const Image& band) override {
+        CopyLines(band, 0, image_, row_, band.height);
+        row_ += band.height;
+    }
+    void Finish() override {}
+
+private:
+    Image& image_;
+    uint32_t row_ = 0;
+};
+
 }  // namespace
+
+void ConvertPages(ImageReader& reader, const std::string& inName, const SourceChooser& sourceFor, const Profile& dst,
+                  const ConvertOptions& options, ImageWriter& writer, ConvertStats* stats) {
+    const uint32_t pages = reader.pageCount();
+    const double start = Seconds();
+    double lastDrawn = 0;
+    bool drawn = false;
+    ConvertStats total;
+    uint32_t pageIndex = 0;
+    do {
+        const Image& page = reader.page();
+        const Profile src = sourceFor(page);
+        const unsigned threads = std::max(1u, options.threads);
+        PageConverter converter(page, inName, src, dst, options, threads);
+        const uint32_t bands = (page.height + converter.bandLines() - 1) / converter.bandLines();
+        BandPipeline pipeline(converter, std::min(threads, bands), inName);
+        uint64_t pageLines = 0;
+        const auto beginPage = [&] {
+            converter.Build(page);
+            if (pageIndex == 0) total.buildSeconds = converter.buildSeconds();
+            writer.BeginPage(converter.outPage(), pageIndex, pages);
+        };
+        pipeline.Run(reader, page, writer, beginPage, [&](uint32_t lines) {
+            pageLines += lines;
+            const double now = Seconds();
+            if (options.progress && now - start > 0.3 && now - lastDrawn > 0.1) {
+                DrawProgress((pageIndex + double(pageLines) / page.height) / pages, pageIndex, pages);
+                lastDrawn = now;
+                drawn = true;
+            }
+        });
+        total.threads = std::max(total.threads, pipeline.workers());
+        total.blocks += bands;
+        total.pixels += page.pixelCount();
+        ++pageIndex;
+    } while (reader.NextPage());
+    writer.Finish();
+    if (drawn) ClearProgress();
+    total.pages = pageIndex;
+    total.convertSeconds = Seconds() - start;
+    if (stats) *stats = total;
+}
 
 Image ConvertImage(const Image& in, const std::string& inName, const Profile& src, const Profile& dst,
                    const ConvertOptions& options, ConvertStats* stats) {
-    const MatchSettings& s = options.match;
-    const uint32_t w = in.width, h = in.height;
-    const size_t inBytes = in.bytesPerSample();
-    const uint16_t layout = in.planar ? TINTRA_FRAME_PLANAR : TINTRA_INTERLEAVED;
-
-
-    // Block height: about 64K pixels, within the 16-bit line count and the
-    // 32-bit buffer sizes. The destination scratch has room for four 16-bit
-    // channels whatever the profile claims, so a lut with more outputs than
-    // its colour space cannot write past it.
-    const uint64_t inLine = uint64_t(w) * in.colourChannels * inBytes;
-    const uint64_t scratchLine = uint64_t(w) * 4 * 2;
-    if (scratchLine > UINT32_MAX) throw Failure("'" + inName + "' is too wide for the library (32-bit buffer sizes)");
-    uint64_t blockLines = options.blockLines ? options.blockLines : std::max<uint64_t>(1, 65536 / w);
-    blockLines = std::min<uint64_t>({blockLines, 65535, h, UINT32_MAX / scratchLine});
-    const uint32_t blocks = uint32_t((h + blockLines - 1) / blockLines);
-
-    ImageParams params{};
-    params.width = w;
-    params.lines = h;
-    params.bufferSize = uint32_t(inLine * blockLines);
-    params.destinationBufferSize = uint32_t(scratchLine * blockLines);
-    params.bitsIn = uint16_t(in.bits);
-    params.bitsOut = s.bitsOut;
-    params.layout = layout;
-
-    const double buildStart = Seconds();
-    auto first = std::make_unique<Matcher>();
-    InitChecked(*first, params, src, dst, s);
-    const double buildSeconds = Seconds() - buildStart;
-    // The library has accepted both profiles; now they must fit the image.
-    CheckChannels(in.colourChannels, src, dst, inName);
-
+    MemoryReader reader(in);
     Image out;
-    out.width = w;
-    out.height = h;
-    out.colourChannels = ChannelsOf(dst.ColorSpace());
-    out.alpha = in.alpha;
-    out.bits = s.bitsOut;
-    out.planar = options.outputPlanar;
-    out.colorSpace = dst.ColorSpace();
-    out.icc = dst.bytes;
-    out.Allocate();
-    const size_t outBytes = out.bytesPerSample();
-
-    // Probe one line twice, over scratch filled with 0x00 and with 0xFF: the
-    // bytes the kernel wrote agree, so the written length tells how many
-    // channels the transform produces.
-    {
-        std::vector<uint8_t> gather(size_t(inLine) + 1), a(size_t(scratchLine), 0x00), b(size_t(scratchLine), 0xFF);
-        const uint8_t* line = GatherBlock(in, 0, 1, gather);
-        PixelRun srcRun{const_cast<uint8_t*>(line), 1}, runA{a.data(), 1}, runB{b.data(), 1};
-        uint32_t status = QemToolboxProc(&srcRun, &runA, first->get());
-        if (status == 0) status = QemToolboxProc(&srcRun, &runB, first->get());
-        if (status != 0) throw Failure(StatusText(status) + ": converting '" + inName + "'");
-        size_t written = a.size();
-        while (written > 0 && a[written - 1] != b[written - 1]) --written;
-        const size_t expected = size_t(w) * out.colourChannels * outBytes;
-        if (written != expected)
-            throw Failure("destination profile " + dst.label + " produces " +
-                          std::to_string(written / (size_t(w) * outBytes)) + " channels but its colour space " +
-                          SignatureText(dst.ColorSpace()) + " has " + std::to_string(out.colourChannels));
-    }
-
-    const unsigned threads = std::max(1u, std::min<unsigned>(options.threads, blocks));
-    WorkState state;
-    state.percent = std::make_unique<std::atomic<uint32_t>[]>(threads);
-    for (unsigned i = 0; i < threads; ++i) state.percent[i] = 0;
-
-    auto worker = [&](unsigned index, std::unique_ptr<Matcher> matcher) {
-        try {
-            if (!matcher) {
-                matcher = std::make_unique<Matcher>();
-                const uint32_t status = matcher->Init(params, src, dst, s);
-                if (status != 0) throw InitFailure(status, params, src, dst, s);
-            }
-            std::vector<uint8_t> gather((in.planar || in.alpha) ? size_t(params.bufferSize) : 0);
-            std::vector<uint8_t> converted(params.destinationBufferSize);
-            for (;;) {
-                const uint32_t block = state.nextBlock++;
-                if (block >= blocks || state.failed) break;
-                const uint32_t y0 = uint32_t(block * blockLines);
-                const uint32_t n = uint32_t(std::min<uint64_t>(blockLines, h - y0));
-                PixelRun srcRun{const_cast<uint8_t*>(GatherBlock(in, y0, n, gather)), uint16_t(n)};
-                PixelRun dstRun{converted.data(), uint16_t(n)};
-                const uint32_t status = QemToolboxProc(&srcRun, &dstRun, matcher->get());
-                if (status != 0) throw Failure(StatusText(status) + ": converting '" + inName + "'");
-                ScatterBlock(in, out, y0, n, converted.data());
-                state.percent[index] = GetProgress(matcher->get());
-                state.pixelsDone += uint64_t(n) * w;
-            }
-        } catch (const std::bad_alloc&) {
-            state.Fail("out of memory while converting '" + inName + "'");
-        } catch (const std::exception& e) {
-            state.Fail(e.what());
-        }
-        matcher.reset();
-        std::lock_guard<std::mutex> guard(state.lock);
-        ++state.finished;
-        state.finishedSignal.notify_all();
-    };
-
-    // The handle's progress is progressDone × 100 / (width × lines) in 32-bit
-    // arithmetic; past 42,949,672 pixels the product wraps, and the tool
-    // counts the pixels itself instead.
-    const uint64_t totalPixels = uint64_t(w) * h;
-    const bool libraryProgress = totalPixels <= UINT32_MAX / 100;
-    auto percentDone = [&]() -> unsigned {
-        if (!libraryProgress) return unsigned(state.pixelsDone * 100 / totalPixels);
-        uint32_t sum = 0;
-        for (unsigned i = 0; i < threads; ++i) sum += state.percent[i];
-        return sum;
-    };
-
-    const double convertStart = Seconds();
-    // A thread that cannot be started leaves its share to the others.
-    std::vector<std::thread> pool;
-    try {
-        pool.emplace_back(worker, 0u, std::move(first));
-        for (unsigned i = 1; i < threads; ++i) pool.emplace_back(worker, i, nullptr);
-    } catch (const std::system_error&) {
-        if (pool.empty()) throw Failure("cannot start a conversion thread");
-    }
-    const unsigned started = unsigned(pool.size());
-    bool drawn = false;
-    {
-        std::unique_lock<std::mutex> guard(state.lock);
-        while (state.finished < started) {
-            state.finishedSignal.wait_for(guard, std::chrono::milliseconds(100));
-            if (options.progress && state.finished < started && Seconds() - convertStart > 0.3) {
-                DrawProgress(percentDone(), false);
-                drawn = true;
-            }
-        }
-    }
-    for (std::thread& t : pool) t.join();
-    const double convertSeconds = Seconds() - convertStart;
-    if (drawn) DrawProgress(100, true);
-    if (!state.error.empty()) throw Failure(state.error);
-
-    if (stats) {
-        stats->buildSeconds = buildSeconds;
-        stats->convertSeconds = convertSeconds;
-        stats->threads = started;
-        stats->blocks = blocks;
-    }
+    MemoryWriter writer(out);
+    ConvertPages(reader, inName, [&src](const Image&) { return src; }, dst, options, writer, stats);
     return out;
 }
 

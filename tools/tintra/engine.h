@@ -1,8 +1,9 @@
-// Conversions through the library's toolbox interface: whole images in
-// blocks of lines spread over threads, and lists of colour values.
+// Conversions through the library's toolbox interface: images streamed in
+// bands of lines spread over threads, and lists of colour values.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,7 @@ constexpr int32_t kIntentSaturation = 3;
 struct MatchSettings {
     uint16_t method = 1;
     int32_t intent = kIntentPerceptual;
-    uint16_t bitsOut = 8;
+    uint16_t bitsOut = 8;  // 0 in ConvertOptions: each page keeps its own depth
 };
 
 struct ConvertOptions {
@@ -34,13 +35,25 @@ struct ConvertOptions {
 
 struct ConvertStats {
     double buildSeconds = 0;    // building the first transform
-    double convertSeconds = 0;  // all blocks, every thread
+    double convertSeconds = 0;  // reading, converting and writing every page
     unsigned threads = 0;
     uint32_t blocks = 0;
+    uint32_t pages = 0;
+    uint64_t pixels = 0;
 };
 
-// Converts the colour channels of `in` from `src` to `dst`; alpha is copied.
-// `inName` names the image in error messages. Throws Failure.
+// The source profile of a page (its embedded profile, an explicit choice or
+// a default); throws Failure.
+using SourceChooser = std::function<Profile(const Image& page)>;
+
+// Converts every page of `reader` into `writer`, band by band: the reader
+// and the writer run on the calling thread while workers (each with its own
+// toolbox handle) convert the bands in between; alpha is copied. `inName`
+// names the input in messages. Throws Failure.
+void ConvertPages(ImageReader& reader, const std::string& inName, const SourceChooser& sourceFor, const Profile& dst,
+                  const ConvertOptions& options, ImageWriter& writer, ConvertStats* stats);
+
+// Converts the colour channels of an image held in memory.
 Image ConvertImage(const Image& in, const std::string& inName, const Profile& src, const Profile& dst,
                    const ConvertOptions& options, ConvertStats* stats);
 
