@@ -98,15 +98,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 Merge1DLut(handle, side, bits, channels, curves);
         } else {
             // Requests: 0 identity, 1 gamma, n >= 2 a table of n entries.
-            CurveSpec spec{};
-            spec.channels = channels;
-            spec.bits = bits;
-            spec.kind = length;
-            for (int c = 0; c < 4; ++c) spec.data[c] = values[c].data();
+            CurveSpec request{};
+            request.channels = channels;
+            request.bits = bits;
+            request.kind = length;
+            for (int c = 0; c < 4; ++c) request.data[c] = values[c].data();
             if (call == 2)
-                QemToolboxChange1DLUT(&spec, side, handle);
+                QemToolboxChange1DLUT(&request, side, handle);
             else
-                QemToolboxMerge1DLUT(&spec, side, handle);
+                QemToolboxMerge1DLUT(&request, side, handle);
         }
     }
     ConvertEveryDepth(handle, image, source.channels, destination.channels);

@@ -51,9 +51,13 @@ TEST(Matcher, ProgressArithmetic) {
     EXPECT_EQ(mt.m.image.bufferSize, 900u);  // the buffer checks are unchanged
     EXPECT_EQ(mt.status(), 0u);              // setters leave lastError
     CColorMatcher w{};
-    w.image.width = 1, w.progressTotal = 0x80000000u, ChangeImageWidth(&w, 4);
+    w.image.width = 1;
+    w.progressTotal = 0x80000000u;
+    ChangeImageWidth(&w, 4);
     EXPECT_EQ(w.progressTotal, 0u);  // the product comes first and wraps
-    w.image.width = 0, w.progressTotal = 500, ChangeImageWidth(&w, 7);
+    w.image.width = 0;
+    w.progressTotal = 500;
+    ChangeImageWidth(&w, 7);
     EXPECT_EQ(w.progressTotal, 0u);  // old width 0 gives 0
     const struct { uint32_t done, total, expected; } figures[] = {
         {2500, 5000, 50}, {5000, 5000, 100}, {49, 100, 49},  // half, all, exact
@@ -63,7 +67,8 @@ TEST(Matcher, ProgressArithmetic) {
         {10, 0, 0},                                          // total 0 gives 0
     };
     for (const auto& f : figures) {
-        w.progressDone = f.done, w.progressTotal = f.total;
+        w.progressDone = f.done;
+        w.progressTotal = f.total;
         EXPECT_EQ(GetProgress(&w), f.expected) << f.done << "/" << f.total;
     }
 }
@@ -129,7 +134,8 @@ TEST(Selector, TransformOwnership) {
         s.intent = 9;
         EXPECT_EQ(Initialize(&s, srgb, srgb), 2050u);
         EXPECT_EQ(s.transform, built);
-        s.intent = 1, s.method = method;
+        s.intent = 1;
+        s.method = method;
         EXPECT_EQ(Initialize(&s, srgb, NoTagsProfile().c_str()), 5000u);
         EXPECT_NE(s.transform, nullptr);  // the half-built record stays in the selector
         EXPECT_EQ(Initialize(&s, srgb, srgb), 0u);

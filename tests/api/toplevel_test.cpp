@@ -58,8 +58,11 @@ protected:
 };
 
 TEST_F(TopLevel, ProfileChecks) {
-    const std::string srgb = "Monitor/srgb.icc", adobe = "Monitor/adobe.icc", spac = "Monitor/spac.icc",
-                      xxxx = "Monitor/xxxx.icc", missing = "Monitor/missing.icc";
+    const std::string srgb = "Monitor/srgb.icc";
+    const std::string adobe = "Monitor/adobe.icc";
+    const std::string spac = "Monitor/spac.icc";
+    const std::string xxxx = "Monitor/xxxx.icc";
+    const std::string missing = "Monitor/missing.icc";
     const DirectoryTable *up = &upper_, *low = &lower_;
     const struct { std::string src, dst; const DirectoryTable* table; int32_t intent, method; uint32_t expected; }
     cases[] = {  // paths relative to the base folder; "" is a null pointer
