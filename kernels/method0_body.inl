@@ -178,7 +178,8 @@ void Method0Interleaved(const Method0Transform* t, const void* source, void* des
                         uint32_t width) {
     static_assert(In == 1 || In == 3 || In == 4);
     static_assert(Out == 1 || Out == 3 || Out == 4);
-    // lines x width in 32 bits, the product the dispatch's size check uses.
+    // lines x width cannot wrap: the dispatch refuses any block whose size in
+    // bytes does not fit in 32 bits.
     const uint32_t pixels = lines * width;
     if (pixels == 0) return;
     const Tables tb = FetchTables(t);
@@ -243,9 +244,8 @@ void Method0Interleaved(const Method0Transform* t, const void* source, void* des
 
 // In is the block's input channel count when it is 1, 3 or 4, else 0: then no
 // interpolation runs and every output sample becomes 0.
-// A frame-planar block is one run of lines x width pixels (32-bit product, as
-// the dispatch's size check counts it), a line-planar block `lines` runs of
-// width pixels.
+// A frame-planar block is one run of lines x width pixels, a line-planar
+// block `lines` runs of width pixels.
 template <bool Deep, bool Out16, uint16_t Layout, uint32_t In>
 void PlanarLoop(const Tables& tb, const uint8_t* src, uint8_t* dst, uint32_t lines, uint32_t width,
                 uint32_t inChannels, uint32_t outChannels) {
@@ -285,7 +285,7 @@ void PlanarLoop(const Tables& tb, const uint8_t* src, uint8_t* dst, uint32_t lin
 template <bool Deep, bool Out16, uint16_t Layout>
 void Method0Planar(const Method0Transform* t, const void* source, void* destination, uint32_t lines,
                    uint32_t width, uint32_t inChannels, uint32_t outChannels) {
-    if (lines == 0 || width == 0) return;  // a wrapped frame-planar count of 0 runs no pixel either
+    if (lines == 0 || width == 0) return;
     const Tables tb = FetchTables(t);
     const auto* src = static_cast<const uint8_t*>(source);
     auto* dst = static_cast<uint8_t*>(destination);

@@ -411,7 +411,8 @@ constexpr uint32_t kCoordinateMask = 0xFFF;
 template <int Bits, bool Out16, int In, int Out>
 void Method1Interleaved(const Method1Transform* t, const void* source, void* destination, uint32_t lines,
                         uint32_t width) {
-    // lines x width in 32 bits, the product the dispatch's size check uses.
+    // lines x width cannot wrap: the dispatch refuses any block whose size in
+    // bytes does not fit in 32 bits.
     const uint32_t pixels = lines * width;
     if (pixels == 0) return;
     using Depth = InputDepth<Bits>;
@@ -444,8 +445,7 @@ void Method1Interleaved(const Method1Transform* t, const void* source, void* des
 // `rows` runs of `length` pixels; channel c of a pixel lies c * plane
 // samples after channel 0; each row starts rowIn / rowOut samples after the
 // previous one.
-//   frame-planar: 1 row of lines * width pixels, plane = lines * width (the
-//                 32-bit product, as the dispatch's size check counts it);
+//   frame-planar: 1 row of lines * width pixels, plane = lines * width;
 //   line-planar:  `lines` rows of width pixels, plane = width,
 //                 rowIn = width * inChannels, rowOut = width * outChannels.
 struct Planes {

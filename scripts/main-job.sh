@@ -16,7 +16,7 @@ tintra=./build/release/tools/tintra
 echo "== $(./build/release/bench/tintra3_bench --isa) (TINTRA3_KERNELS=portable|sse2|avx2 forces a lower set)"
 mkdir -p "$out"
 
-echo "== every installed profile (tintra-inspect --full PROFILE: what the library reads from it)"
+echo "== every installed profile (one line each; tintra-inspect --full PROFILE shows what the library reads from it)"
 ./build/release/tools/tintra-inspect
 echo
 

@@ -12,6 +12,6 @@ step() { echo "=== $1 ($((SECONDS - start)) s)"; }
 step "x86-64 Linux, dev";  bash scripts/test.sh
 step "kernels per ISA";    bash scripts/kernel-isas.sh
 step "x86-64 Linux, asan"; bash scripts/test.sh asan
-step "fuzzing";            FUZZ_JOBS=2 bash scripts/fuzz.sh 45
+step "fuzzing";            FUZZ_JOBS=2 bash scripts/fuzz.sh 60
 step "other platforms";    bash scripts/ci-platforms.sh
 step "done"
