@@ -90,16 +90,6 @@ uint32_t TypeOf(const std::vector<uint8_t>& profile, const Entry& e) {
     return Bytes{profile}.U32(e.offset);
 }
 
-int Channels(uint32_t space) {
-    switch (space) {
-        case Sig4("GRAY"): return 1;
-        case Sig4("RGB "): case Sig4("Lab "): case Sig4("XYZ "): case Sig4("Luv "): case Sig4("YCbr"):
-        case Sig4("Yxy "): case Sig4("HSV "): case Sig4("HLS "): case Sig4("CMY "):
-            return 3;
-        case Sig4("CMYK"): return 4;
-        default: return 0;
-    }
-}
 
 // ---- curves ------------------------------------------------------------------
 
@@ -682,6 +672,17 @@ std::string LutProblem(const std::vector<uint8_t>& profile, const Parsed& p, uin
 
 }  // namespace
 
+int ColourChannels(uint32_t space) {
+    switch (space) {
+        case Sig4("GRAY"): return 1;
+        case Sig4("RGB "): case Sig4("Lab "): case Sig4("XYZ "): case Sig4("Luv "): case Sig4("YCbr"):
+        case Sig4("Yxy "): case Sig4("HSV "): case Sig4("HLS "): case Sig4("CMY "):
+            return 3;
+        case Sig4("CMYK"): return 4;
+        default: return 0;
+    }
+}
+
 const char* IntentName(int toolboxIntent) {
     switch (toolboxIntent) {
         case 0: return "perceptual";
@@ -707,7 +708,7 @@ std::string LibraryProblem(const std::vector<uint8_t>& profile, Role role, int t
     }
     if (p.pcs != Sig4("XYZ ") && p.pcs != Sig4("Lab ") && p.pcs != Sig4("Lch "))
         return "connection space " + Text(p.pcs) + " (the library takes 'XYZ ' or 'Lab ')";
-    if (Channels(p.colorSpace) == 0) return "colour space " + Text(p.colorSpace) + " is not one the library handles";
+    if (ColourChannels(p.colorSpace) == 0) return "colour space " + Text(p.colorSpace) + " is not one the library handles";
     if (p.colorSpace == Sig4("GRAY")) return CurveProblem(profile, p, Sig4("kTRC"), role);
 
     const int builderIntent = p.deviceClass == Sig4("prtr") ? BuilderIntent(toolboxIntent) : 0;

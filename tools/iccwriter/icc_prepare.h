@@ -23,6 +23,9 @@ enum class Role { kSource, kDestination };
 
 // Intent numbers as the toolbox takes them: 0 perceptual, 1 relative
 // colorimetric, 2 absolute colorimetric, 3 saturation.
+// Device channels of a colour space the library handles, 0 for any other.
+int ColourChannels(uint32_t space);
+
 const char* IntentName(int toolboxIntent);
 
 // Why the library cannot use `profile` in `role` at `toolboxIntent`, naming

@@ -473,16 +473,7 @@ std::string DefaultProfileFor(int channels, uint32_t colorSpace) {
     }
 }
 
-int ChannelsOf(uint32_t colorSpace) {
-    switch (colorSpace) {
-        case Sig4("GRAY"): return 1;
-        case Sig4("RGB "): case Sig4("Lab "): case Sig4("XYZ "): case Sig4("Luv "): case Sig4("YCbr"):
-        case Sig4("Yxy "): case Sig4("HSV "): case Sig4("HLS "): case Sig4("CMY "):
-            return 3;
-        case Sig4("CMYK"): return 4;
-        default: return 0;
-    }
-}
+int ChannelsOf(uint32_t colorSpace) { return icc::ColourChannels(colorSpace); }
 
 std::string SignatureText(uint32_t sig) {
     std::string s;
