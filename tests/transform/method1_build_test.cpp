@@ -21,6 +21,14 @@ using icc::Sig4;
 uint32_t Level(uint32_t k, uint32_t p) { return (k * 65535 + p / 2) / (p - 1); }
 uint32_t Lookup16(uint16_t* t, uint32_t n, uint32_t v) { return InterpolateTable16(t, n, v, kScale16); }
 constexpr uint32_t kAny = 1u << 20;  // an expected value that is not checked
+#if defined(__i386__) && !defined(__SSE2_MATH__)
+// Known platform difference: x87 arithmetic (32-bit x86 without SSE2) rounds
+// through extended precision and lands one code off on a node of the
+// white-scaled grid; every target with double arithmetic is exact.
+constexpr int kX87Slack = 1;
+#else
+constexpr int kX87Slack = 0;
+#endif
 
 // Largest difference between each CLUT value and expected(node coordinates,
 // channel); a grey source's one coordinate is repeated for every channel.
@@ -112,7 +120,7 @@ TEST(Method1Build, PairsGiveKnownNodesAndShapes) {
         {lin, lin, 3, 11, 3, 3, 32, level(32, 1), 1, "absolute, the same white on both sides changes nothing"},
         {matrix(unit), matrix(unit), 1, 11, 3, 3, 32, exact(1.0), 0, "exact: catches a missing + 0.5"},
         {matrix(unit), matrix(brighter), 0, 11, 3, 3, 32, exact(1.0), 0, "relative ignores the media whites"},
-        {matrix(unit), matrix(brighter), 3, 11, 3, 3, 32, exact(0.5), 0, "absolute: x source / destination white"},
+        {matrix(unit), matrix(brighter), 3, 11, 3, 3, 32, exact(0.5), kX87Slack, "absolute: x source / destination white"},
         // One code from the rounded ramp nodes of each lut, one from the interpolation.
         {xyz9, xyz9, 0, 22, 3, 3, 32, level(32, 1), 2, "XYZ luts"},
         {lab17, lab17, 0, 22, 3, 3, 32, level(32, 1), 2, "Lab luts"},
