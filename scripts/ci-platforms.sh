@@ -38,6 +38,7 @@ for step in "${steps[@]}"; do
       run_suite "Windows x64 (wine64)" build/win64 wine_run64
       # The folder check on a double-byte system code page, which wine takes
       # from the locale; the host needs that locale to name the files.
+      mkdir -p build/locale
       [[ -d build/locale/ja_JP.UTF-8 ]] || localedef -i ja_JP -f UTF-8 build/locale/ja_JP.UTF-8
       run_one "Windows x64 (wine64, code page 932)" build/win64/cp932-logs wine_run64_cp932 \
         "$root/build/win64/bin/api_toplevel_test.exe" --gtest_filter='TopLevel.DoubleByte*:TopLevel.ProfileChecks'
