@@ -32,6 +32,7 @@ install_for() {
   command -v "${T3_COMPILER[$target]}" >/dev/null || missing+=(${T3_PACKAGES[$target]})
   [[ -f /usr/src/googletest/CMakeLists.txt ]] || missing+=(googletest)
   [[ $target != win64 || -x $t3_wine64 ]] || missing+=(wine64)
+  [[ $target != win64 || -f /usr/share/i18n/locales/ja_JP ]] || missing+=(locales)
   [[ $target != aarch64 ]] || command -v qemu-aarch64 >/dev/null || missing+=(qemu-user)
   command -v ccache >/dev/null || missing+=(ccache)
   if [[ ${#missing[@]} -gt 0 ]]; then

@@ -10,6 +10,10 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 source scripts/cross-common.sh
+if ! { command -v clang-cl-14 && command -v lld-link-14 && command -v llvm-dlltool-14; } >/dev/null; then
+  apt-get update -qq || true
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends clang-14 lld-14 llvm-14 >/dev/null
+fi
 lib=build/win64/bin/Tintra3.lib
 [[ -f $lib ]] || { echo "msvc: $lib missing; build win64 first"; exit 1; }
 out=build/msvc
