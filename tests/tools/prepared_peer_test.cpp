@@ -197,15 +197,19 @@ Figure Measure(const Side& src, const Side& dst, const std::vector<uint16_t>& in
     return f;
 }
 
+// Every profile the Debian profile packages install: icc-profiles-free,
+// libgs-common and colord-data under the ICC folder, argyll's reference
+// profiles in a folder of their own. Paths are absolute.
 std::vector<std::string> InstalledProfiles() {
     namespace fs = std::filesystem;
     std::vector<std::string> names;
-    std::error_code ec;
-    for (fs::recursive_directory_iterator it(TINTRA3_ICC_DIR, ec), end; !ec && it != end; it.increment(ec)) {
-        std::string ext = it->path().extension().string();
-        std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-        if (it->is_regular_file() && (ext == ".icc" || ext == ".icm"))
-            names.push_back(fs::relative(it->path(), TINTRA3_ICC_DIR).string());
+    for (const char* root : {TINTRA3_ICC_DIR, "/usr/share/color/argyll/ref"}) {
+        std::error_code ec;
+        for (fs::recursive_directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec)) {
+            std::string ext = it->path().extension().string();
+            std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+            if (it->is_regular_file() && (ext == ".icc" || ext == ".icm")) names.push_back(it->path().string());
+        }
     }
     std::sort(names.begin(), names.end());
     return names;
@@ -236,7 +240,7 @@ TEST(PreparedPeer, EveryInstalledProfileConvertsLikeThePeerOrIsRefusedWithAReaso
         SCOPED_TRACE(name);
         const std::vector<uint8_t> bytes = name == "builtin:gray22"
                                                ? tintra3::icc::GrayLightnessProfile(2.2).Bytes()
-                                               : ReadFile(std::string(TINTRA3_ICC_DIR) + "/" + name);
+                                               : ReadFile(name);
         ASSERT_GE(bytes.size(), 132u);
         const std::string deviceClass(bytes.begin() + 12, bytes.begin() + 16);
         const Side p = MakeSide(name, bytes);
