@@ -103,7 +103,8 @@ std::pair<int, uint32_t> ReadAll(const std::vector<uint8_t>& element, std::optio
 TEST(ProfileFile, TagCountsAndDamage) {
     auto lut8 = [](uint8_t in, uint8_t grid) {  // input channels and grid points patched into a 3-in lut
         std::vector<uint8_t> e = icc::Mft1Element(icc::IdentityLut(3, 2, 256));
-        e[8] = in, e[10] = grid;
+        e[8] = in;
+        e[10] = grid;
         return e;
     };
     const auto xyz = icc::XyzElement({{0.5, 1, -1}, {0.25, 0, 0}});
