@@ -6,6 +6,7 @@
 //   tintra3_bench            every case (about a minute)
 //   tintra3_bench --isa      only the kernel instruction set in use
 //   tintra3_bench --quick    1 MP per case
+//   tintra3_bench TEXT       only the cases whose name contains TEXT
 //
 // LittleCMS runs with its default flags. Times are the CPU time of the
 // calling thread (wall time where the system has no such clock), each the
@@ -180,12 +181,14 @@ Result Run(const Case& c, uint32_t width, uint16_t lines, int repetitions) {
 
 int main(int argc, char** argv) {
     bool quick = false;
+    const char* only = nullptr;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--isa") == 0) {
             std::printf("kernels: %s\n", tintra3::IsaName(tintra3::ActiveIsa()));
             return 0;
         }
         if (std::strcmp(argv[i], "--quick") == 0) quick = true;
+        else only = argv[i];
     }
     const std::filesystem::path tmp = std::filesystem::temp_directory_path();
     const std::string lutA = WriteLutProfile(kIcc + "/sRGB.icc", (tmp / "tintra3_bench_lut_srgb.icc").string());
@@ -212,6 +215,7 @@ int main(int argc, char** argv) {
     std::printf("%-33s %9s %9s %9s %7s %7s | %8s %8s %8s\n", "case", "lcms", "m0 MP/s", "m1 MP/s", "m0 x", "m1 x",
                 "lcms ms", "m0 ms", "m1 ms");
     for (const Case& c : cases) {
+        if (only != nullptr && std::strstr(c.name, only) == nullptr) continue;
         const Result r = Run(c, width, lines, repetitions);
         std::printf("%-33s %9.1f %9.1f %9.1f %7.2f %7.2f | %8.2f %8.2f %8.2f\n", c.name, r.lcms, r.tintra[0],
                     r.tintra[1], r.tintra[0] / r.lcms, r.tintra[1] / r.lcms, r.setupLcms, r.setupTintra[0],
