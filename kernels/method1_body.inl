@@ -406,6 +406,16 @@ TINTRA3_PIXEL_INLINE void InterpolatePixel(const Grid& g, const uint32_t* coordi
 // gridIndex and gridFraction.
 constexpr uint32_t kCoordinateMask = 0xFFF;
 
+}  // namespace
+}  // namespace tintra3
+
+#if defined(__AVX2__)
+#include "kernels/method1_wide_avx2.inl"
+#endif
+
+namespace tintra3 {
+namespace {
+
 // ---- interleaved kernels ---------------------------------------------------
 
 template <int Bits, bool Out16, int In, int Out>
@@ -415,6 +425,12 @@ void Method1Interleaved(const Method1Transform* t, const void* source, void* des
     // bytes does not fit in 32 bits.
     const uint32_t pixels = lines * width;
     if (pixels == 0) return;
+#if defined(TINTRA3_WIDE_METHOD1)
+    if constexpr (In == 3 && (Out == 3 || Out == 4)) {
+        Method1InterleavedWide<Bits, Out16, Out>(t, source, destination, pixels);
+        return;
+    }
+#endif
     using Depth = InputDepth<Bits>;
     using Load = Sample<Depth::kWide>;
     using Output = OutputDepth<Out16>;

@@ -1,0 +1,220 @@
+// Method 1, three input channels to three or four outputs, pixel-interleaved,
+// on AVX2: two pixels per step, each cell read as four columns. Included by
+// method1_body.inl after its per-pixel helpers (Grid, Lerp32, LoadNode,
+// the depth policies), inside nothing.
+//
+// Bit for bit the scalar path: the same 32-bit wrapping steps in the same
+// order (last channel, then channel 1, then channel 0), the same output
+// index, the same tables.
+//
+// Why this shape: the per-pixel routine is one long dependent chain (input
+// table, cell, eight node loads, three steps, output table) that keeps the
+// out-of-order window busy with two pixels at most. Here the nodes (x, y, z)
+// and (x, y, z + 1) of a column are Out samples apart in the clut, so one
+// pixel needs four column loads instead of eight node loads; two columns
+// share a register, so the three steps are two, one and half a 256-bit step
+// per pixel; and the output tables are read in a separate pass over a run
+// of pixels, which cuts the chain in two. 8-bit samples of a large block go
+// through per-channel tables of cell offset and fraction made once per block
+// (the input table, the mask, gridIndex x stride and gridFraction folded into
+// one entry), which shortens the chain again.
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#define TINTRA3_WIDE_METHOD1 1
+
+namespace tintra3 {
+namespace {
+
+// Where a pixel's cell starts in the clut and where its three fractions lie
+// (pointers, so the broadcasts read them straight from their tables).
+struct WideCell {
+    uint32_t base;
+    const uint32_t* fraction[3];
+};
+
+// One entry per 8-bit code of a channel: cellOf[coordinate] x stride and
+// gridFraction[coordinate] of that code's coordinate.
+struct CodeEntry {
+    uint32_t offset;
+    uint32_t fraction;
+};
+
+// Below this many pixels the per-block tables cost more than they save
+// (768 entries against three lookups saved per pixel).
+constexpr size_t kCodeTableMinPixels = 512;
+
+struct CodeTables {
+    alignas(64) CodeEntry entry[3][256];
+};
+
+void FillCodeTables(const Method1Transform* t, const Grid& g, CodeTables& tables) {
+    for (uint32_t c = 0; c < 3; ++c) {
+        const uint16_t* input = InputDepth<8>::Table(t, c);
+        for (uint32_t v = 0; v < 256; ++v) {
+            const uint32_t coordinate = input[v] & kCoordinateMask;
+            tables.entry[c][v] = CodeEntry{g.cellOf[coordinate] * g.stride[c], g.fractionOf[coordinate]};
+        }
+    }
+}
+
+// 8-bit samples through the per-block tables.
+struct LocateByCode {
+    const CodeTables* tables;
+    TINTRA3_PIXEL_INLINE WideCell operator()(const uint8_t* src, size_t p) const {
+        const uint8_t* pixel = src + 3 * p;
+        const CodeEntry& e0 = tables->entry[0][pixel[0]];
+        const CodeEntry& e1 = tables->entry[1][pixel[1]];
+        const CodeEntry& e2 = tables->entry[2][pixel[2]];
+        return WideCell{e0.offset + e1.offset + e2.offset, {&e0.fraction, &e1.fraction, &e2.fraction}};
+    }
+};
+
+// Any depth through the record's own tables, as the per-pixel routine does.
+template <int Bits>
+struct LocateByTable {
+    const Grid* g;
+    const uint16_t* input[3];
+    TINTRA3_PIXEL_INLINE WideCell operator()(const uint8_t* src, size_t p) const {
+        using Depth = InputDepth<Bits>;
+        using Load = Sample<Depth::kWide>;
+        WideCell cell;
+        cell.base = 0;
+        for (int c = 0; c < 3; ++c) {
+            const uint32_t coordinate = input[c][Depth::Index(Load::Load(src, 3 * p + size_t(c)))] & kCoordinateMask;
+            cell.base += g->cellOf[coordinate] * g->stride[c];
+            cell.fraction[c] = &g->fractionOf[coordinate];
+        }
+        return cell;
+    }
+};
+
+// Two columns of Out-channel nodes, the one at offset a in the low half and
+// the one at offset b in the high half, widened to 32-bit lanes: `lower`
+// holds nodes z, `upper` nodes z + 1, channel k in lane k of each half.
+// Adjacent: node z + 1 follows node z (the builder's layout), read as one
+// 16-byte load (four channels) or two 8-byte loads that overlap by two
+// samples (three channels), never outside the two nodes. Otherwise each
+// node is read on its own, zStride samples apart.
+template <int Out, bool Adjacent>
+TINTRA3_PIXEL_INLINE __m128i LoadColumn(const uint16_t* clut, uint32_t at, uint32_t zStride) {
+    const uint16_t* node = clut + size_t(at);
+    if constexpr (!Adjacent) {
+        return _mm_unpacklo_epi64(LoadNode<Out>(clut, at), LoadNode<Out>(clut, at + zStride));
+    } else if constexpr (Out == 4) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(node));
+    } else {
+        // Samples 0 1 2 3 | 2 3 4 5: node z in words 0..2, node z + 1 in words 5..7.
+        const __m128i head = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(node));
+        return _mm_castpd_si128(_mm_loadh_pd(_mm_castsi128_pd(head), reinterpret_cast<const double*>(node + 2)));
+    }
+}
+
+template <int Out, bool Adjacent>
+TINTRA3_PIXEL_INLINE void LoadColumnPair(const uint16_t* clut, uint32_t a, uint32_t b, uint32_t zStride,
+                                         __m256i& lower, __m256i& upper) {
+    const __m256i pair = _mm256_inserti128_si256(_mm256_castsi128_si256(LoadColumn<Out, Adjacent>(clut, a, zStride)),
+                                                 LoadColumn<Out, Adjacent>(clut, b, zStride), 1);
+    const __m256i zero = _mm256_setzero_si256();
+    lower = _mm256_unpacklo_epi16(pair, zero);
+    if constexpr (Out == 3 && Adjacent) {
+        const char z = char(0x80);
+        const __m256i words567 = _mm256_setr_epi8(10, 11, z, z, 12, 13, z, z, 14, 15, z, z, z, z, z, z,  //
+                                                  10, 11, z, z, 12, 13, z, z, 14, 15, z, z, z, z, z, z);
+        upper = _mm256_shuffle_epi8(pair, words567);
+    } else {
+        upper = _mm256_unpackhi_epi16(pair, zero);
+    }
+}
+
+// Channels 1 and 2 of one pixel: [node (0, *) | node (1, *)] after the
+// steps along channel 2 and channel 1.
+template <int Out, bool Adjacent>
+TINTRA3_PIXEL_INLINE __m256i InterpolateColumns(const Grid& g, const WideCell& cell) {
+    const uint32_t x1 = cell.base + g.stride[0];
+    const uint32_t y1 = cell.base + g.stride[1];
+    const uint32_t x1y1 = x1 + g.stride[1];
+    __m256i lowerY0;
+    __m256i upperY0;
+    __m256i lowerY1;
+    __m256i upperY1;
+    LoadColumnPair<Out, Adjacent>(g.clut, cell.base, x1, g.stride[2], lowerY0, upperY0);
+    LoadColumnPair<Out, Adjacent>(g.clut, y1, x1y1, g.stride[2], lowerY1, upperY1);
+    const __m256i fz = _mm256_set1_epi32(int(*cell.fraction[2]));
+    const __m256i y0 = Lerp32(lowerY0, upperY0, fz);
+    const __m256i y1Row = Lerp32(lowerY1, upperY1, fz);
+    return Lerp32(y0, y1Row, _mm256_set1_epi32(int(*cell.fraction[1])));
+}
+
+// Output-table indices of pixels p (lanes 0..3) and q (lanes 4..7): the
+// last step, along channel 0, runs for both at once.
+template <int Out, bool Adjacent>
+TINTRA3_PIXEL_INLINE __m256i InterpolatePair(const Grid& g, const WideCell& p, const WideCell& q) {
+    const __m256i cp = InterpolateColumns<Out, Adjacent>(g, p);
+    const __m256i cq = InterpolateColumns<Out, Adjacent>(g, q);
+    const __m256i fx = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_set1_epi32(int(*p.fraction[0]))),
+                                               _mm_set1_epi32(int(*q.fraction[0])), 1);
+    const __m256i r = Lerp32(_mm256_permute2x128_si256(cp, cq, 0x20), _mm256_permute2x128_si256(cp, cq, 0x31), fx);
+    // (r * 4095 + 0x8000) >> 16, r < 2^16.
+    return _mm256_srli_epi32(
+        _mm256_add_epi32(_mm256_mullo_epi32(r, _mm256_set1_epi32(4095)), _mm256_set1_epi32(0x8000)), 16);
+}
+
+// A run of at most kWideRun pixels is interpolated whole before any of its
+// outputs is written, which also keeps conversion in place correct.
+constexpr size_t kWideRun = 32;
+
+template <bool Out16, int Out, bool Adjacent, class Locate>
+void WideRuns(const Grid& g, const Locate& locate, const typename OutputDepth<Out16>::Entry* const* outputTable,
+              const uint8_t* src, uint8_t* dst, size_t pixels) {
+    using Store = Sample<Out16>;
+    alignas(32) uint32_t index[4 * kWideRun];
+    for (size_t start = 0; start < pixels; start += kWideRun) {
+        const size_t count = std::min(kWideRun, pixels - start);
+        for (size_t i = 0; i < count; i += 2) {
+            // An odd last pixel is interpolated twice, as its own pair.
+            const size_t p = start + i;
+            const size_t q = i + 1 < count ? p + 1 : p;
+            const WideCell cp = locate(src, p);
+            const WideCell cq = locate(src, q);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<Out, Adjacent>(g, cp, cq));
+        }
+        for (size_t i = 0; i < count; ++i) {
+            for (int k = 0; k < Out; ++k) Store::Store(dst, (start + i) * Out + size_t(k), outputTable[k][index[4 * i + size_t(k)]]);
+        }
+    }
+}
+
+template <bool Out16, int Out, class Locate>
+void WideByLayout(const Grid& g, const Locate& locate, const typename OutputDepth<Out16>::Entry* const* outputTable,
+                  const uint8_t* src, uint8_t* dst, size_t pixels) {
+    if (g.stride[2] == uint32_t(Out)) WideRuns<Out16, Out, true>(g, locate, outputTable, src, dst, pixels);
+    else WideRuns<Out16, Out, false>(g, locate, outputTable, src, dst, pixels);
+}
+
+template <int Bits, bool Out16, int Out>
+void Method1InterleavedWide(const Method1Transform* t, const void* source, void* destination, size_t pixels) {
+    using Output = OutputDepth<Out16>;
+    const typename Output::Entry* outputTable[Out];
+    for (int k = 0; k < Out; ++k) outputTable[k] = Output::Table(t, uint32_t(k));
+    const Grid g = FetchGrid(t);
+    const auto* src = static_cast<const uint8_t*>(source);
+    auto* dst = static_cast<uint8_t*>(destination);
+    if constexpr (Bits == 8) {
+        if (pixels >= kCodeTableMinPixels) {
+            CodeTables tables;
+            FillCodeTables(t, g, tables);
+            WideByLayout<Out16, Out>(g, LocateByCode{&tables}, outputTable, src, dst, pixels);
+            return;
+        }
+    }
+    const LocateByTable<Bits> locate{&g, {InputDepth<Bits>::Table(t, 0), InputDepth<Bits>::Table(t, 1),
+                                          InputDepth<Bits>::Table(t, 2)}};
+    WideByLayout<Out16, Out>(g, locate, outputTable, src, dst, pixels);
+}
+
+}  // namespace
+}  // namespace tintra3
