@@ -92,18 +92,30 @@ struct LocateByTable {
     }
 };
 
-// Two columns of Out-channel nodes, the one at offset a in the low half and
-// the one at offset b in the high half, widened to 32-bit lanes: `lower`
-// holds nodes z, `upper` nodes z + 1, channel k in lane k of each half.
-// Adjacent: node z + 1 follows node z (the builder's layout), read as one
-// 16-byte load (four channels) or two 8-byte loads that overlap by two
-// samples (three channels), never outside the two nodes. Otherwise each
-// node is read on its own, zStride samples apart.
+// A step kept unshifted: X = (a << 16) + (b - a) * f + 0x8000 in wrapping
+// 32-bit lanes, the step's value being X >> 16. The next step needs that
+// value both plain and as (value << 16) + 0x8000, which is X with its low
+// word replaced by 0x8000: one blend instead of a shift and an add.
+TINTRA3_PIXEL_INLINE __m256i Step(__m256i aRaised, __m256i a, __m256i b, __m256i f) {
+    return _mm256_add_epi32(aRaised, _mm256_mullo_epi32(_mm256_sub_epi32(b, a), f));
+}
+
+TINTRA3_PIXEL_INLINE __m256i StepOfSteps(__m256i lower, __m256i upper, __m256i f) {
+    const __m256i raised = _mm256_blend_epi16(lower, _mm256_set1_epi32(0x8000), 0x55);
+    return Step(raised, _mm256_srli_epi32(lower, 16), _mm256_srli_epi32(upper, 16), f);
+}
+
+// Two columns of Out-channel nodes, the one at `a` in the low half and the
+// one at `b` in the high half: the step along the last channel between
+// their nodes z and z + 1, channel k in lane k of each half. Adjacent: node
+// z + 1 follows node z (the builder's layout), read as one 16-byte load
+// (four channels) or two 8-byte loads that overlap by two samples (three
+// channels), never outside the two nodes. Otherwise each node is read on
+// its own, zStride samples apart.
 template <int Out, bool Adjacent>
-TINTRA3_PIXEL_INLINE __m128i LoadColumn(const uint16_t* clut, uint32_t at, uint32_t zStride) {
-    const uint16_t* node = clut + size_t(at);
+TINTRA3_PIXEL_INLINE __m128i LoadColumn(const uint16_t* node, size_t zStride) {
     if constexpr (!Adjacent) {
-        return _mm_unpacklo_epi64(LoadNode<Out>(clut, at), LoadNode<Out>(clut, at + zStride));
+        return _mm_unpacklo_epi64(LoadNode<Out>(node, 0), LoadNode<Out>(node + zStride, 0));
     } else if constexpr (Out == 4) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(node));
     } else {
@@ -114,51 +126,54 @@ TINTRA3_PIXEL_INLINE __m128i LoadColumn(const uint16_t* clut, uint32_t at, uint3
 }
 
 template <int Out, bool Adjacent>
-TINTRA3_PIXEL_INLINE void LoadColumnPair(const uint16_t* clut, uint32_t a, uint32_t b, uint32_t zStride,
-                                         __m256i& lower, __m256i& upper) {
-    const __m256i pair = _mm256_inserti128_si256(_mm256_castsi128_si256(LoadColumn<Out, Adjacent>(clut, a, zStride)),
-                                                 LoadColumn<Out, Adjacent>(clut, b, zStride), 1);
-    const __m256i zero = _mm256_setzero_si256();
-    lower = _mm256_unpacklo_epi16(pair, zero);
+TINTRA3_PIXEL_INLINE __m256i StepColumns(const uint16_t* a, const uint16_t* b, size_t zStride, __m256i f) {
+    const __m256i pair = _mm256_inserti128_si256(_mm256_castsi128_si256(LoadColumn<Out, Adjacent>(a, zStride)),
+                                                 LoadColumn<Out, Adjacent>(b, zStride), 1);
+    // Words 0..3 widened, and the same words raised: (v << 16) + 0x8000.
+    const __m256i lower = _mm256_unpacklo_epi16(pair, _mm256_setzero_si256());
+    const __m256i raised = _mm256_unpacklo_epi16(_mm256_set1_epi16(int16_t(0x8000)), pair);
+    __m256i upper;
     if constexpr (Out == 3 && Adjacent) {
         const char z = char(0x80);
-        const __m256i words567 = _mm256_setr_epi8(10, 11, z, z, 12, 13, z, z, 14, 15, z, z, z, z, z, z,  //
-                                                  10, 11, z, z, 12, 13, z, z, 14, 15, z, z, z, z, z, z);
-        upper = _mm256_shuffle_epi8(pair, words567);
+        upper = _mm256_shuffle_epi8(pair, _mm256_setr_epi8(10, 11, z, z, 12, 13, z, z, 14, 15, z, z, z, z, z, z,  //
+                                                           10, 11, z, z, 12, 13, z, z, 14, 15, z, z, z, z, z, z));
     } else {
-        upper = _mm256_unpackhi_epi16(pair, zero);
+        upper = _mm256_unpackhi_epi16(pair, _mm256_setzero_si256());
     }
+    return Step(raised, lower, upper, f);
 }
 
-// Channels 1 and 2 of one pixel: [node (0, *) | node (1, *)] after the
-// steps along channel 2 and channel 1.
+// Strides of the cell's four columns, in samples.
+struct ColumnStrides {
+    size_t x;
+    size_t y;
+    size_t xy;
+    size_t z;
+};
+
+// Channels 1 and 2 of one pixel, unshifted: [node (0, *) | node (1, *)]
+// after the steps along channel 2 and channel 1.
 template <int Out, bool Adjacent>
-TINTRA3_PIXEL_INLINE __m256i InterpolateColumns(const Grid& g, const WideCell& cell) {
-    const uint32_t x1 = cell.base + g.stride[0];
-    const uint32_t y1 = cell.base + g.stride[1];
-    const uint32_t x1y1 = x1 + g.stride[1];
-    __m256i lowerY0;
-    __m256i upperY0;
-    __m256i lowerY1;
-    __m256i upperY1;
-    LoadColumnPair<Out, Adjacent>(g.clut, cell.base, x1, g.stride[2], lowerY0, upperY0);
-    LoadColumnPair<Out, Adjacent>(g.clut, y1, x1y1, g.stride[2], lowerY1, upperY1);
+TINTRA3_PIXEL_INLINE __m256i StepPixel(const uint16_t* clut, const ColumnStrides& s, const WideCell& cell) {
+    const uint16_t* column = clut + size_t(cell.base);
     const __m256i fz = _mm256_set1_epi32(int(*cell.fraction[2]));
-    const __m256i y0 = Lerp32(lowerY0, upperY0, fz);
-    const __m256i y1Row = Lerp32(lowerY1, upperY1, fz);
-    return Lerp32(y0, y1Row, _mm256_set1_epi32(int(*cell.fraction[1])));
+    const __m256i y0 = StepColumns<Out, Adjacent>(column, column + s.x, s.z, fz);
+    const __m256i y1 = StepColumns<Out, Adjacent>(column + s.y, column + s.xy, s.z, fz);
+    return StepOfSteps(y0, y1, _mm256_set1_epi32(int(*cell.fraction[1])));
 }
 
 // Output-table indices of pixels p (lanes 0..3) and q (lanes 4..7): the
 // last step, along channel 0, runs for both at once.
 template <int Out, bool Adjacent>
-TINTRA3_PIXEL_INLINE __m256i InterpolatePair(const Grid& g, const WideCell& p, const WideCell& q) {
-    const __m256i cp = InterpolateColumns<Out, Adjacent>(g, p);
-    const __m256i cq = InterpolateColumns<Out, Adjacent>(g, q);
-    const __m256i fx = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_set1_epi32(int(*p.fraction[0]))),
-                                               _mm_set1_epi32(int(*q.fraction[0])), 1);
-    const __m256i r = Lerp32(_mm256_permute2x128_si256(cp, cq, 0x20), _mm256_permute2x128_si256(cp, cq, 0x31), fx);
+TINTRA3_PIXEL_INLINE __m256i InterpolatePair(const uint16_t* clut, const ColumnStrides& s, const WideCell& p,
+                                             const WideCell& q) {
+    const __m256i cp = StepPixel<Out, Adjacent>(clut, s, p);
+    const __m256i cq = StepPixel<Out, Adjacent>(clut, s, q);
+    const __m256i fx = _mm256_blend_epi32(_mm256_set1_epi32(int(*p.fraction[0])), _mm256_set1_epi32(int(*q.fraction[0])),
+                                          0xF0);
+    const __m256i x = StepOfSteps(_mm256_permute2x128_si256(cp, cq, 0x20), _mm256_permute2x128_si256(cp, cq, 0x31), fx);
     // (r * 4095 + 0x8000) >> 16, r < 2^16.
+    const __m256i r = _mm256_srli_epi32(x, 16);
     return _mm256_srli_epi32(
         _mm256_add_epi32(_mm256_mullo_epi32(r, _mm256_set1_epi32(4095)), _mm256_set1_epi32(0x8000)), 16);
 }
@@ -171,16 +186,22 @@ template <bool Out16, int Out, bool Adjacent, class Locate>
 void WideRuns(const Grid& g, const Locate& locate, const typename OutputDepth<Out16>::Entry* const* outputTable,
               const uint8_t* src, uint8_t* dst, size_t pixels) {
     using Store = Sample<Out16>;
+    // Column offsets in 64 bits: a clut holds fewer than 2^32 samples, so
+    // inside it they equal the per-pixel path's 32-bit sums.
+    const ColumnStrides strides{g.stride[0], g.stride[1], size_t(g.stride[0]) + g.stride[1], g.stride[2]};
     alignas(32) uint32_t index[4 * kWideRun];
     for (size_t start = 0; start < pixels; start += kWideRun) {
         const size_t count = std::min(kWideRun, pixels - start);
-        for (size_t i = 0; i < count; i += 2) {
+        size_t i = 0;
+        for (; i + 1 < count; i += 2) {
+            const WideCell cp = locate(src, start + i);
+            const WideCell cq = locate(src, start + i + 1);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<Out, Adjacent>(g.clut, strides, cp, cq));
+        }
+        if (i < count) {
             // An odd last pixel is interpolated twice, as its own pair.
-            const size_t p = start + i;
-            const size_t q = i + 1 < count ? p + 1 : p;
-            const WideCell cp = locate(src, p);
-            const WideCell cq = locate(src, q);
-            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<Out, Adjacent>(g, cp, cq));
+            const WideCell cp = locate(src, start + i);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<Out, Adjacent>(g.clut, strides, cp, cp));
         }
         for (size_t i = 0; i < count; ++i) {
             for (int k = 0; k < Out; ++k) Store::Store(dst, (start + i) * Out + size_t(k), outputTable[k][index[4 * i + size_t(k)]]);
