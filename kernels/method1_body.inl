@@ -426,8 +426,8 @@ void Method1Interleaved(const Method1Transform* t, const void* source, void* des
     const uint32_t pixels = lines * width;
     if (pixels == 0) return;
 #if defined(TINTRA3_WIDE_METHOD1)
-    if constexpr (In == 3 && (Out == 3 || Out == 4)) {
-        Method1InterleavedWide<Bits, Out16, Out>(t, source, destination, pixels);
+    if constexpr ((In == 3 || In == 4) && (Out == 3 || Out == 4)) {
+        Method1InterleavedWide<Bits, Out16, In, Out>(t, source, destination, pixels);
         return;
     }
 #endif

@@ -21,6 +21,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -29,11 +30,12 @@
 namespace tintra3 {
 namespace {
 
-// Where a pixel's cell starts in the clut and where its three fractions lie
+// Where a pixel's cell starts in the clut and where its In fractions lie
 // (pointers, so the broadcasts read them straight from their tables).
+template <int In>
 struct WideCell {
     uint32_t base;
-    const uint32_t* fraction[3];
+    const uint32_t* fraction[In];
 };
 
 // One entry per 8-bit code of a channel: cellOf[coordinate] x stride and
@@ -44,15 +46,17 @@ struct CodeEntry {
 };
 
 // Below this many pixels the per-block tables cost more than they save
-// (768 entries against three lookups saved per pixel).
+// (256 entries a channel against three lookups saved per pixel and channel).
 constexpr size_t kCodeTableMinPixels = 512;
 
+template <int In>
 struct CodeTables {
-    alignas(64) CodeEntry entry[3][256];
+    alignas(64) CodeEntry entry[In][256];
 };
 
-void FillCodeTables(const Method1Transform* t, const Grid& g, CodeTables& tables) {
-    for (uint32_t c = 0; c < 3; ++c) {
+template <int In>
+void FillCodeTables(const Method1Transform* t, const Grid& g, CodeTables<In>& tables) {
+    for (uint32_t c = 0; c < uint32_t(In); ++c) {
         const uint16_t* input = InputDepth<8>::Table(t, c);
         for (uint32_t v = 0; v < 256; ++v) {
             const uint32_t coordinate = input[v] & kCoordinateMask;
@@ -62,29 +66,34 @@ void FillCodeTables(const Method1Transform* t, const Grid& g, CodeTables& tables
 }
 
 // 8-bit samples through the per-block tables.
+template <int In>
 struct LocateByCode {
-    const CodeTables* tables;
-    TINTRA3_PIXEL_INLINE WideCell operator()(const uint8_t* src, size_t p) const {
-        const uint8_t* pixel = src + 3 * p;
-        const CodeEntry& e0 = tables->entry[0][pixel[0]];
-        const CodeEntry& e1 = tables->entry[1][pixel[1]];
-        const CodeEntry& e2 = tables->entry[2][pixel[2]];
-        return WideCell{e0.offset + e1.offset + e2.offset, {&e0.fraction, &e1.fraction, &e2.fraction}};
+    const CodeTables<In>* tables;
+    TINTRA3_PIXEL_INLINE WideCell<In> operator()(const uint8_t* src, size_t p) const {
+        const uint8_t* pixel = src + In * p;
+        WideCell<In> cell;
+        cell.base = 0;
+        for (int c = 0; c < In; ++c) {
+            const CodeEntry& e = tables->entry[c][pixel[c]];
+            cell.base += e.offset;
+            cell.fraction[c] = &e.fraction;
+        }
+        return cell;
     }
 };
 
 // Any depth through the record's own tables, as the per-pixel routine does.
-template <int Bits>
+template <int Bits, int In>
 struct LocateByTable {
     const Grid* g;
-    const uint16_t* input[3];
-    TINTRA3_PIXEL_INLINE WideCell operator()(const uint8_t* src, size_t p) const {
+    const uint16_t* input[In];
+    TINTRA3_PIXEL_INLINE WideCell<In> operator()(const uint8_t* src, size_t p) const {
         using Depth = InputDepth<Bits>;
         using Load = Sample<Depth::kWide>;
-        WideCell cell;
+        WideCell<In> cell;
         cell.base = 0;
-        for (int c = 0; c < 3; ++c) {
-            const uint32_t coordinate = input[c][Depth::Index(Load::Load(src, 3 * p + size_t(c)))] & kCoordinateMask;
+        for (int c = 0; c < In; ++c) {
+            const uint32_t coordinate = input[c][Depth::Index(Load::Load(src, In * p + size_t(c)))] & kCoordinateMask;
             cell.base += g->cellOf[coordinate] * g->stride[c];
             cell.fraction[c] = &g->fractionOf[coordinate];
         }
@@ -143,32 +152,55 @@ TINTRA3_PIXEL_INLINE __m256i StepColumns(const uint16_t* a, const uint16_t* b, s
     return Step(raised, lower, upper, f);
 }
 
-// Strides of the cell's four columns, in samples.
-struct ColumnStrides {
-    size_t x;
-    size_t y;
-    size_t xy;
-    size_t z;
+// Where a cell's columns start, in samples from its first node. The
+// column at `low[j]` (channel 0 at the lower end) and the one `high`
+// further (channel 0 at the upper end) share a register; j runs over
+// channels 1 .. In - 2 with the last of them in bit 0, as the corners do.
+template <int In>
+struct ColumnOffsets {
+    size_t high;
+    size_t low[1 << (In - 2)];
+    size_t z;  // between nodes z and z + 1
 };
 
-// Channels 1 and 2 of one pixel, unshifted: [node (0, *) | node (1, *)]
-// after the steps along channel 2 and channel 1.
-template <int Out, bool Adjacent>
-TINTRA3_PIXEL_INLINE __m256i StepPixel(const uint16_t* clut, const ColumnStrides& s, const WideCell& cell) {
-    const uint16_t* column = clut + size_t(cell.base);
-    const __m256i fz = _mm256_set1_epi32(int(*cell.fraction[2]));
-    const __m256i y0 = StepColumns<Out, Adjacent>(column, column + s.x, s.z, fz);
-    const __m256i y1 = StepColumns<Out, Adjacent>(column + s.y, column + s.xy, s.z, fz);
-    return StepOfSteps(y0, y1, _mm256_set1_epi32(int(*cell.fraction[1])));
+template <int In>
+ColumnOffsets<In> ColumnOffsetsOf(const Grid& g) {
+    // 64 bits: a clut holds fewer than 2^32 samples, so inside it these
+    // sums equal the per-pixel path's 32-bit ones.
+    ColumnOffsets<In> s;
+    s.high = g.stride[0];
+    s.z = g.stride[In - 1];
+    s.low[0] = 0;
+    for (int j = 1; j < (1 << (In - 2)); ++j) {
+        const int channel = In - 2 - std::countr_zero(uint32_t(j));
+        s.low[j] = s.low[j & (j - 1)] + g.stride[channel];
+    }
+    return s;
+}
+
+// Channels 1 .. In - 1 of one pixel, unshifted: [node (0, *) | node (1, *)]
+// after the steps along the last channel, then the one before, and so on.
+template <int In, int Out, bool Adjacent>
+TINTRA3_PIXEL_INLINE __m256i StepPixel(const uint16_t* clut, const ColumnOffsets<In>& s, const WideCell<In>& cell) {
+    const uint16_t* first = clut + size_t(cell.base);
+    const __m256i fz = _mm256_set1_epi32(int(*cell.fraction[In - 1]));
+    __m256i level[1 << (In - 2)];
+    for (int j = 0; j < (1 << (In - 2)); ++j)
+        level[j] = StepColumns<Out, Adjacent>(first + s.low[j], first + s.low[j] + s.high, s.z, fz);
+    for (int channel = In - 2, count = 1 << (In - 2); channel >= 1; --channel, count /= 2) {
+        const __m256i f = _mm256_set1_epi32(int(*cell.fraction[channel]));
+        for (int j = 0; j < count / 2; ++j) level[j] = StepOfSteps(level[2 * j], level[2 * j + 1], f);
+    }
+    return level[0];
 }
 
 // Output-table indices of pixels p (lanes 0..3) and q (lanes 4..7): the
 // last step, along channel 0, runs for both at once.
-template <int Out, bool Adjacent>
-TINTRA3_PIXEL_INLINE __m256i InterpolatePair(const uint16_t* clut, const ColumnStrides& s, const WideCell& p,
-                                             const WideCell& q) {
-    const __m256i cp = StepPixel<Out, Adjacent>(clut, s, p);
-    const __m256i cq = StepPixel<Out, Adjacent>(clut, s, q);
+template <int In, int Out, bool Adjacent>
+TINTRA3_PIXEL_INLINE __m256i InterpolatePair(const uint16_t* clut, const ColumnOffsets<In>& s, const WideCell<In>& p,
+                                             const WideCell<In>& q) {
+    const __m256i cp = StepPixel<In, Out, Adjacent>(clut, s, p);
+    const __m256i cq = StepPixel<In, Out, Adjacent>(clut, s, q);
     const __m256i fx = _mm256_blend_epi32(_mm256_set1_epi32(int(*p.fraction[0])), _mm256_set1_epi32(int(*q.fraction[0])),
                                           0xF0);
     const __m256i x = StepOfSteps(_mm256_permute2x128_si256(cp, cq, 0x20), _mm256_permute2x128_si256(cp, cq, 0x31), fx);
@@ -182,26 +214,24 @@ TINTRA3_PIXEL_INLINE __m256i InterpolatePair(const uint16_t* clut, const ColumnS
 // outputs is written, which also keeps conversion in place correct.
 constexpr size_t kWideRun = 32;
 
-template <bool Out16, int Out, bool Adjacent, class Locate>
+template <int In, bool Out16, int Out, bool Adjacent, class Locate>
 void WideRuns(const Grid& g, const Locate& locate, const typename OutputDepth<Out16>::Entry* const* outputTable,
               const uint8_t* src, uint8_t* dst, size_t pixels) {
     using Store = Sample<Out16>;
-    // Column offsets in 64 bits: a clut holds fewer than 2^32 samples, so
-    // inside it they equal the per-pixel path's 32-bit sums.
-    const ColumnStrides strides{g.stride[0], g.stride[1], size_t(g.stride[0]) + g.stride[1], g.stride[2]};
+    const ColumnOffsets<In> columns = ColumnOffsetsOf<In>(g);
     alignas(32) uint32_t index[4 * kWideRun];
     for (size_t start = 0; start < pixels; start += kWideRun) {
         const size_t count = std::min(kWideRun, pixels - start);
         size_t i = 0;
         for (; i + 1 < count; i += 2) {
-            const WideCell cp = locate(src, start + i);
-            const WideCell cq = locate(src, start + i + 1);
-            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<Out, Adjacent>(g.clut, strides, cp, cq));
+            const auto cp = locate(src, start + i);
+            const auto cq = locate(src, start + i + 1);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<In, Out, Adjacent>(g.clut, columns, cp, cq));
         }
         if (i < count) {
             // An odd last pixel is interpolated twice, as its own pair.
-            const WideCell cp = locate(src, start + i);
-            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<Out, Adjacent>(g.clut, strides, cp, cp));
+            const auto cp = locate(src, start + i);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<In, Out, Adjacent>(g.clut, columns, cp, cp));
         }
         for (size_t i = 0; i < count; ++i) {
             for (int k = 0; k < Out; ++k) Store::Store(dst, (start + i) * Out + size_t(k), outputTable[k][index[4 * i + size_t(k)]]);
@@ -209,14 +239,14 @@ void WideRuns(const Grid& g, const Locate& locate, const typename OutputDepth<Ou
     }
 }
 
-template <bool Out16, int Out, class Locate>
+template <int In, bool Out16, int Out, class Locate>
 void WideByLayout(const Grid& g, const Locate& locate, const typename OutputDepth<Out16>::Entry* const* outputTable,
                   const uint8_t* src, uint8_t* dst, size_t pixels) {
-    if (g.stride[2] == uint32_t(Out)) WideRuns<Out16, Out, true>(g, locate, outputTable, src, dst, pixels);
-    else WideRuns<Out16, Out, false>(g, locate, outputTable, src, dst, pixels);
+    if (g.stride[In - 1] == uint32_t(Out)) WideRuns<In, Out16, Out, true>(g, locate, outputTable, src, dst, pixels);
+    else WideRuns<In, Out16, Out, false>(g, locate, outputTable, src, dst, pixels);
 }
 
-template <int Bits, bool Out16, int Out>
+template <int Bits, bool Out16, int In, int Out>
 void Method1InterleavedWide(const Method1Transform* t, const void* source, void* destination, size_t pixels) {
     using Output = OutputDepth<Out16>;
     const typename Output::Entry* outputTable[Out];
@@ -226,15 +256,15 @@ void Method1InterleavedWide(const Method1Transform* t, const void* source, void*
     auto* dst = static_cast<uint8_t*>(destination);
     if constexpr (Bits == 8) {
         if (pixels >= kCodeTableMinPixels) {
-            CodeTables tables;
-            FillCodeTables(t, g, tables);
-            WideByLayout<Out16, Out>(g, LocateByCode{&tables}, outputTable, src, dst, pixels);
+            CodeTables<In> tables;
+            FillCodeTables<In>(t, g, tables);
+            WideByLayout<In, Out16, Out>(g, LocateByCode<In>{&tables}, outputTable, src, dst, pixels);
             return;
         }
     }
-    const LocateByTable<Bits> locate{&g, {InputDepth<Bits>::Table(t, 0), InputDepth<Bits>::Table(t, 1),
-                                          InputDepth<Bits>::Table(t, 2)}};
-    WideByLayout<Out16, Out>(g, locate, outputTable, src, dst, pixels);
+    LocateByTable<Bits, In> locate{&g, {}};
+    for (int c = 0; c < In; ++c) locate.input[c] = InputDepth<Bits>::Table(t, uint32_t(c));
+    WideByLayout<In, Out16, Out>(g, locate, outputTable, src, dst, pixels);
 }
 
 }  // namespace

@@ -187,33 +187,36 @@ TEST(IsaEquivalence, HandMadeRecords) {
     }
 }
 
-// Clut layouts the builder never makes: the three-input kernels read a
-// cell's nodes z and z + 1 with one load only where they are adjacent, and
-// must still follow the strides elsewhere. Each clut ends at the last
-// sample the far corner reads (an over-read shows under ASan).
+// Clut layouts the builder never makes: the three- and four-input kernels
+// read a cell's nodes z and z + 1 with one load only where they are
+// adjacent, and must still follow the strides elsewhere. Each clut ends at
+// the last sample the far corner reads (an over-read shows under ASan).
 TEST(IsaEquivalence, HandMadeStrides) {
     struct Case {
         const char* why;
-        uint32_t times[3];  // stride of channel d: times[d] * outputs + plus[d] samples
-        uint32_t plus[3];
+        uint32_t in;
+        uint32_t times[4];  // stride of channel d: times[d] * outputs + plus[d] samples
+        uint32_t plus[4];
     } const cases[] = {
-        {"nodes along the last channel a sample apart", {10, 3, 1}, {1, 5, 1}},
-        {"nodes along the last channel overlapping", {9, 3, 0}, {0, 0, 1}},
-        {"the last channel the slowest", {1, 3, 9}, {0, 0, 0}},
+        {"nodes along the last channel a sample apart", 3, {10, 3, 1}, {1, 5, 1}},
+        {"nodes along the last channel overlapping", 3, {9, 3, 0}, {0, 0, 1}},
+        {"the last channel the slowest", 3, {1, 3, 9}, {0, 0, 0}},
+        {"four inputs, nodes a sample apart", 4, {28, 9, 3, 1}, {0, 1, 2, 1}},
+        {"four inputs, the last channel the slowest", 4, {1, 3, 9, 27}, {0, 0, 0, 0}},
     };
     constexpr uint32_t kPoints = 3;
     for (Isa isa : WideIsas()) {
         for (const Case& c : cases) {
             for (uint32_t out : {3u, 4u}) {
                 SCOPED_TRACE(testing::Message() << c.why << ", " << out << " outputs");
-                Method1Fixture fixture(3, out, kPoints, out * 7);
+                Method1Fixture fixture(c.in, out, kPoints, out * 7);
                 uint32_t far = out;
-                for (int d = 0; d < 3; ++d) {
+                for (uint32_t d = 0; d < c.in; ++d) {
                     fixture.t.strides[d] = c.times[d] * out + c.plus[d];
                     far += (kPoints - 1) * fixture.t.strides[d];
                 }
                 fixture.t.clut = fixture.Buffer(fixture.Random<uint16_t>(far, 65535));
-                CheckEveryKey(isa, 1, &fixture.t, 3, out, 5, 203, out * 13);
+                CheckEveryKey(isa, 1, &fixture.t, c.in, out, 5, 203, out * 13);
                 if (HasFatalFailure()) return;
             }
         }
