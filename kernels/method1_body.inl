@@ -3,8 +3,10 @@
 // counts makes the 72 interleaved kernels (in-place conversion reuses them);
 // the planar kernels pick the same per-pixel routine by channel counts once
 // per block (any other count runs a generic one). On x86-64 the
-// interpolation of 3 and 4 output channels runs in SSE2 16-bit lanes, bit
-// for bit the scalar arithmetic. Also the five table accessors.
+// interpolation of 3 and 4 output channels runs in SSE2 16-bit lanes (AVX2:
+// 32-bit lanes), bit for bit the scalar arithmetic; with AVX2, interleaved
+// blocks of 3 or 4 inputs to 3 or 4 outputs take two pixels a step
+// (method1_wide_avx2.inl). Also the five table accessors.
 //
 //   sample --input table--> 12-bit coordinate --gridIndex/gridFraction-->
 //   cell + 16.16 fractions --multilinear over clut--> 16-bit r

@@ -1,23 +1,24 @@
-// Method 1, three input channels to three or four outputs, pixel-interleaved,
-// on AVX2: two pixels per step, each cell read as four columns. Included by
-// method1_body.inl after its per-pixel helpers (Grid, Lerp32, LoadNode,
-// the depth policies), inside nothing.
+// Method 1, three or four input channels to three or four outputs,
+// pixel-interleaved, on AVX2: two pixels per step, each cell read as
+// columns. Included by method1_body.inl after its per-pixel helpers (Grid,
+// LoadNode, the depth and sample policies), outside its namespaces.
 //
 // Bit for bit the scalar path: the same 32-bit wrapping steps in the same
-// order (last channel, then channel 1, then channel 0), the same output
+// order (the last input channel first, channel 0 last), the same output
 // index, the same tables.
 //
 // Why this shape: the per-pixel routine is one long dependent chain (input
-// table, cell, eight node loads, three steps, output table) that keeps the
-// out-of-order window busy with two pixels at most. Here the nodes (x, y, z)
-// and (x, y, z + 1) of a column are Out samples apart in the clut, so one
-// pixel needs four column loads instead of eight node loads; two columns
-// share a register, so the three steps are two, one and half a 256-bit step
-// per pixel; and the output tables are read in a separate pass over a run
-// of pixels, which cuts the chain in two. 8-bit samples of a large block go
-// through per-channel tables of cell offset and fraction made once per block
-// (the input table, the mask, gridIndex x stride and gridFraction folded into
-// one entry), which shortens the chain again.
+// table, cell, a load per corner, the steps, output table) of about a
+// hundred operations, so the out-of-order window holds two pixels and waits.
+// Here the nodes z and z + 1 of a column are Out samples apart in the clut,
+// so a cell is 4 (or 8) column loads instead of 8 (or 16) node loads; two
+// columns share a register, so three inputs take two, one and half a
+// 256-bit step per pixel; the output tables are read in a separate pass over
+// a run of pixels, which cuts the chain in two; and 8-bit samples of a large
+// block go through per-channel tables made once per block (input table,
+// mask, gridIndex x stride and gridFraction folded into one entry). Gathers
+// are no help: on the machines measured an eight-lane gather costs more
+// than eight scalar loads.
 #include <immintrin.h>
 
 #include <algorithm>
@@ -197,13 +198,15 @@ TINTRA3_PIXEL_INLINE __m256i StepPixel(const uint16_t* clut, const ColumnOffsets
 // Output-table indices of pixels p (lanes 0..3) and q (lanes 4..7): the
 // last step, along channel 0, runs for both at once.
 template <int In, int Out, bool Adjacent>
-TINTRA3_PIXEL_INLINE __m256i InterpolatePair(const uint16_t* clut, const ColumnOffsets<In>& s, const WideCell<In>& p,
-                                             const WideCell<In>& q) {
+TINTRA3_PIXEL_INLINE __m256i InterpolatePair(const uint16_t* clut, const ColumnOffsets<In>& s,
+                                             const WideCell<In>& p, const WideCell<In>& q) {
     const __m256i cp = StepPixel<In, Out, Adjacent>(clut, s, p);
     const __m256i cq = StepPixel<In, Out, Adjacent>(clut, s, q);
-    const __m256i fx = _mm256_blend_epi32(_mm256_set1_epi32(int(*p.fraction[0])), _mm256_set1_epi32(int(*q.fraction[0])),
-                                          0xF0);
-    const __m256i x = StepOfSteps(_mm256_permute2x128_si256(cp, cq, 0x20), _mm256_permute2x128_si256(cp, cq, 0x31), fx);
+    const __m256i fx =
+        _mm256_blend_epi32(_mm256_set1_epi32(int(*p.fraction[0])), _mm256_set1_epi32(int(*q.fraction[0])), 0xF0);
+    const __m256i lower = _mm256_permute2x128_si256(cp, cq, 0x20);  // channel 0 at its lower end, p | q
+    const __m256i upper = _mm256_permute2x128_si256(cp, cq, 0x31);
+    const __m256i x = StepOfSteps(lower, upper, fx);
     // (r * 4095 + 0x8000) >> 16, r < 2^16.
     const __m256i r = _mm256_srli_epi32(x, 16);
     return _mm256_srli_epi32(
@@ -226,15 +229,18 @@ void WideRuns(const Grid& g, const Locate& locate, const typename OutputDepth<Ou
         for (; i + 1 < count; i += 2) {
             const auto cp = locate(src, start + i);
             const auto cq = locate(src, start + i + 1);
-            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<In, Out, Adjacent>(g.clut, columns, cp, cq));
+            const __m256i pair = InterpolatePair<In, Out, Adjacent>(g.clut, columns, cp, cq);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), pair);
         }
         if (i < count) {
             // An odd last pixel is interpolated twice, as its own pair.
             const auto cp = locate(src, start + i);
-            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), InterpolatePair<In, Out, Adjacent>(g.clut, columns, cp, cp));
+            const __m256i pair = InterpolatePair<In, Out, Adjacent>(g.clut, columns, cp, cp);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(index + 4 * i), pair);
         }
-        for (size_t i = 0; i < count; ++i) {
-            for (int k = 0; k < Out; ++k) Store::Store(dst, (start + i) * Out + size_t(k), outputTable[k][index[4 * i + size_t(k)]]);
+        for (i = 0; i < count; ++i) {
+            const size_t at = (start + i) * Out;
+            for (int k = 0; k < Out; ++k) Store::Store(dst, at + size_t(k), outputTable[k][index[4 * i + size_t(k)]]);
         }
     }
 }
