@@ -1,6 +1,6 @@
 // Method 1, three or four input channels to three or four outputs,
 // pixel-interleaved, on AVX2: two pixels per step, each cell read as
-// columns. Included by method1_body.inl after its per-pixel helpers (Grid,
+// columns of two nodes. Included by method1_body.inl after its per-pixel helpers (Grid,
 // LoadNode, the depth and sample policies), outside its namespaces.
 //
 // Bit for bit the scalar path: the same 32-bit wrapping steps in the same
@@ -11,9 +11,10 @@
 // table, cell, a load per corner, the steps, output table) of about a
 // hundred operations, so the out-of-order window holds two pixels and waits.
 // Here the nodes z and z + 1 of a column are Out samples apart in the clut,
-// so a cell is 4 (or 8) column loads instead of 8 (or 16) node loads; two
-// columns share a register, so three inputs take two, one and half a
-// 256-bit step per pixel; the output tables are read in a separate pass over
+// so a cell is 4 (or 8) column loads instead of 8 (or 16) node loads; a
+// register holds one column of two pixels, so three inputs take two, one
+// and half a 256-bit step per pixel, with no lane crossing between them
+// on the chain; the output tables are read in a separate pass over
 // a run of pixels, which cuts the chain in two; and 8-bit samples of a large
 // block go through per-channel tables made once per block (input table,
 // mask, gridIndex x stride and gridFraction folded into one entry). Gathers
@@ -179,34 +180,38 @@ ColumnOffsets<In> ColumnOffsetsOf(const Grid& g) {
     return s;
 }
 
-// Channels 1 .. In - 1 of one pixel, unshifted: [node (0, *) | node (1, *)]
-// after the steps along the last channel, then the one before, and so on.
-template <int In, int Out, bool Adjacent>
-TINTRA3_PIXEL_INLINE __m256i StepPixel(const uint16_t* clut, const ColumnOffsets<In>& s, const WideCell<In>& cell) {
-    const uint16_t* first = clut + size_t(cell.base);
-    const __m256i fz = _mm256_set1_epi32(int(*cell.fraction[In - 1]));
-    __m256i level[1 << (In - 2)];
-    for (int j = 0; j < (1 << (In - 2)); ++j)
-        level[j] = StepColumns<Out, Adjacent>(first + s.low[j], first + s.low[j] + s.high, s.z, fz);
-    for (int channel = In - 2, count = 1 << (In - 2); channel >= 1; --channel, count /= 2) {
-        const __m256i f = _mm256_set1_epi32(int(*cell.fraction[channel]));
-        for (int j = 0; j < count / 2; ++j) level[j] = StepOfSteps(level[2 * j], level[2 * j + 1], f);
-    }
-    return level[0];
+// Fraction c of pixels p (lanes 0..3) and q (lanes 4..7).
+template <int In>
+TINTRA3_PIXEL_INLINE __m256i PairFraction(const WideCell<In>& p, const WideCell<In>& q, int c) {
+    return _mm256_blend_epi32(_mm256_set1_epi32(int(*p.fraction[c])), _mm256_set1_epi32(int(*q.fraction[c])), 0xF0);
 }
 
-// Output-table indices of pixels p (lanes 0..3) and q (lanes 4..7): the
-// last step, along channel 0, runs for both at once.
+// Output-table indices of pixels p (lanes 0..3) and q (lanes 4..7). Each
+// register holds the same column of both pixels, so every step, the last
+// one too, takes whole registers and no lane crosses a half.
 template <int In, int Out, bool Adjacent>
 TINTRA3_PIXEL_INLINE __m256i InterpolatePair(const uint16_t* clut, const ColumnOffsets<In>& s,
                                              const WideCell<In>& p, const WideCell<In>& q) {
-    const __m256i cp = StepPixel<In, Out, Adjacent>(clut, s, p);
-    const __m256i cq = StepPixel<In, Out, Adjacent>(clut, s, q);
-    const __m256i fx =
-        _mm256_blend_epi32(_mm256_set1_epi32(int(*p.fraction[0])), _mm256_set1_epi32(int(*q.fraction[0])), 0xF0);
-    const __m256i lower = _mm256_permute2x128_si256(cp, cq, 0x20);  // channel 0 at its lower end, p | q
-    const __m256i upper = _mm256_permute2x128_si256(cp, cq, 0x31);
-    const __m256i x = StepOfSteps(lower, upper, fx);
+    constexpr int kColumns = 1 << (In - 2);  // per end of channel 0
+    const uint16_t* firstP = clut + size_t(p.base);
+    const uint16_t* firstQ = clut + size_t(q.base);
+    __m256i level[2][kColumns];
+    {
+        const __m256i f = PairFraction<In>(p, q, In - 1);
+        for (int end = 0; end < 2; ++end) {
+            const size_t x = end == 0 ? 0 : s.high;
+            for (int j = 0; j < kColumns; ++j)
+                level[end][j] = StepColumns<Out, Adjacent>(firstP + s.low[j] + x, firstQ + s.low[j] + x, s.z, f);
+        }
+    }
+    for (int channel = In - 2, count = kColumns; channel >= 1; --channel, count /= 2) {
+        const __m256i f = PairFraction<In>(p, q, channel);
+        for (int end = 0; end < 2; ++end) {
+            for (int j = 0; j < count / 2; ++j)
+                level[end][j] = StepOfSteps(level[end][2 * j], level[end][2 * j + 1], f);
+        }
+    }
+    const __m256i x = StepOfSteps(level[0][0], level[1][0], PairFraction<In>(p, q, 0));
     // (r * 4095 + 0x8000) >> 16, r < 2^16.
     const __m256i r = _mm256_srli_epi32(x, 16);
     return _mm256_srli_epi32(
