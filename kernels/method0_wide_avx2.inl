@@ -207,6 +207,138 @@ inline void StoreResults(uint8_t* dst, __m256i lo, __m256i hi) {
     }
 }
 
+// Three inputs, two pixels a register, without gathers (slow on some
+// processors): each pixel's table reads are plain loads, and its four corner
+// nodes (one u32 each, output channel k in byte k) go into one 128-bit lane.
+// A byte shuffle lines up the four corners of each channel, and one
+// multiply-add of unsigned node bytes by the signed corner weights of the
+// record (layout.weighted) sums the simplex formula per channel:
+//   s = (8 - wA) K0 + (wA - wB) KA + (wB - wC) KB + wC KD,
+// the same integer as 8 K0 + wA (KA - K0) + wB (KB - KA) + wC (KD - KB).
+// Weights of at most 31 keep each pair of products within 16 bits, and the
+// 32-bit lanes then hold s exactly; the stored bits are those of the scalar
+// wrapping sum.
+struct PairedTables {
+    const uint32_t* nodes;
+    const uint32_t* inputs;
+    const uint32_t* weighted;
+    uint32_t far;
+};
+
+// The 8-bit code of sample c: deeper samples keep their high byte.
+template <bool Deep>
+inline uint32_t CodeAt(const uint8_t* src, size_t c) {
+    if constexpr (Deep) {
+        uint16_t word;
+        std::memcpy(&word, src + 2 * c, sizeof word);
+        return uint32_t{word} >> 8;
+    } else {
+        return src[c];
+    }
+}
+
+// The four corner nodes of the pixel at src, and its record's weights.
+template <bool Deep>
+inline __m128i CornersOf(const PairedTables& w, const uint8_t* src, const uint32_t** weights) {
+    const uint32_t sum =
+        w.inputs[CodeAt<Deep>(src, 0)] + w.inputs[256 + CodeAt<Deep>(src, 1)] + w.inputs[512 + CodeAt<Deep>(src, 2)];
+    const uint32_t base = sum >> 16;
+    const uint32_t* record = w.weighted + 2 * (sum & 0xFFFFu);
+    *weights = record;
+    const uint32_t ab = record[1];
+    __m128i v = _mm_cvtsi32_si128(int(w.nodes[base]));
+    v = _mm_insert_epi32(v, int(w.nodes[base + (ab & 0xFFFFu)]), 1);
+    v = _mm_insert_epi32(v, int(w.nodes[base + (ab >> 16)]), 2);
+    return _mm_insert_epi32(v, int(w.nodes[base + w.far]), 3);
+}
+
+// Byte b of each output sample of the pixels in a register (one per
+// 128-bit lane), moved to where the pixel's samples go in a run: the low
+// lane's pixel is pixel firstPixel, the high lane's the next one. Other
+// bytes zero.
+template <uint32_t SampleBytes, uint32_t Out>
+inline __m256i PlaceSamples(__m256i s, uint32_t firstPixel) {
+    alignas(32) int8_t mask[32];
+    for (int lane = 0; lane < 2; ++lane) {
+        for (int i = 0; i < 16; ++i) mask[16 * lane + i] = -1;
+        const uint32_t at = (firstPixel + uint32_t(lane)) * SampleBytes * Out;
+        for (uint32_t k = 0; k < Out; ++k) {
+            for (uint32_t b = 0; b < SampleBytes; ++b) {
+                const uint32_t to = at + k * SampleBytes + b;
+                if (to < 16) mask[16 * lane + to] = int8_t(4 * k + b);
+            }
+        }
+    }
+    return _mm256_shuffle_epi8(s, _mm256_load_si256(reinterpret_cast<const __m256i*>(mask)));
+}
+
+// The 16 bytes two lanes hold between them.
+inline __m128i Fold(__m256i v) { return _mm_or_si128(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)); }
+
+template <size_t Bytes>
+inline void StoreBytes(uint8_t* dst, __m128i v) {
+    static_assert(Bytes == 4 || Bytes == 8 || Bytes == 12 || Bytes == 16);
+    if constexpr (Bytes == 16) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), v);
+    } else if constexpr (Bytes == 4) {
+        const uint32_t low = uint32_t(_mm_cvtsi128_si32(v));
+        std::memcpy(dst, &low, 4);
+    } else {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), v);
+        if constexpr (Bytes == 12) {
+            const uint32_t high = uint32_t(_mm_extract_epi32(v, 2));
+            std::memcpy(dst + 8, &high, 4);
+        }
+    }
+}
+
+// Four pixels' simplex sums (pixels 0, 1 in s01, 2, 3 in s23) to their samples.
+template <bool Out16, uint32_t Out>
+inline void StoreFour(uint8_t* dst, __m256i s01, __m256i s23) {
+    if constexpr (Out16) {
+        // Two pixels a store: 4, 12 or 16 bytes.
+        StoreBytes<4 * Out>(dst, Fold(PlaceSamples<2, Out>(_mm256_slli_epi32(s01, 5), 0)));
+        StoreBytes<4 * Out>(dst + 4 * Out, Fold(PlaceSamples<2, Out>(_mm256_slli_epi32(s23, 5), 0)));
+    } else {
+        const __m256i a = PlaceSamples<1, Out>(_mm256_srli_epi32(s01, 3), 0);
+        const __m256i b = PlaceSamples<1, Out>(_mm256_srli_epi32(s23, 3), 2);
+        StoreBytes<4 * Out>(dst, Fold(_mm256_or_si256(a, b)));
+    }
+}
+
+template <bool Deep, bool Out16, uint32_t Out>
+uint32_t PairedMethod0Rgb(const Method0Transform* t, const uint8_t* src, uint8_t* dst, uint32_t pixels) {
+    const KernelLayout& layout = t->layout;
+    const PairedTables w{static_cast<const uint32_t*>(layout.nodes.data),
+                         static_cast<const uint32_t*>(layout.inputs.data),
+                         static_cast<const uint32_t*>(layout.weighted.data), layout.farNode};
+    constexpr size_t kInBytes = 3 * (Deep ? 2 : 1);
+    constexpr size_t kOutBytes = Out * (Out16 ? 2 : 1);
+    // Per 128-bit lane: corner j of channel k from byte 4j + k to byte 4k + j.
+    const __m256i transpose = _mm256_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15,
+                                               0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    const __m256i ones = _mm256_set1_epi16(1);
+    // A record's four weights in every dword of a lane.
+    auto spread = [](const uint32_t* weights) {
+        return _mm_castps_si128(_mm_broadcast_ss(reinterpret_cast<const float*>(weights)));
+    };
+    auto sums = [&](__m128i corners0, const uint32_t* weights0, __m128i corners1, const uint32_t* weights1) {
+        const __m256i corners = _mm256_shuffle_epi8(_mm256_set_m128i(corners1, corners0), transpose);
+        const __m256i weights = _mm256_set_m128i(spread(weights1), spread(weights0));
+        return _mm256_madd_epi16(_mm256_maddubs_epi16(corners, weights), ones);
+    };
+    uint32_t done = 0;
+    // All four pixels of a step are read before any is written (in place).
+    for (; pixels - done >= 4; done += 4, src += 4 * kInBytes, dst += 4 * kOutBytes) {
+        const uint32_t* weights[4];
+        __m128i corners[4];
+        for (int p = 0; p < 4; ++p) corners[p] = CornersOf<Deep>(w, src + p * kInBytes, &weights[p]);
+        StoreFour<Out16, Out>(dst, sums(corners[0], weights[0], corners[1], weights[1]),
+                              sums(corners[2], weights[2], corners[3], weights[3]));
+    }
+    return done;
+}
+
 // Converts the leading multiple of eight pixels of an interleaved run and
 // returns how many it converted (0 when the record has no usable layout).
 // A step's pixels (16, then 8) are read whole before any of them is written;
@@ -216,6 +348,9 @@ template <bool Deep, bool Out16, uint32_t In, uint32_t Out>
 uint32_t WideMethod0Interleaved(const Method0Transform* t, const uint8_t* src, uint8_t* dst, uint32_t pixels) {
     const KernelLayout& layout = t->layout;
     if (layout.usable == 0 || t->inputChannels != In || t->outputChannels != Out) return 0;
+    if constexpr (In == 3) {
+        if (layout.weighted.data != nullptr) return PairedMethod0Rgb<Deep, Out16, Out>(t, src, dst, pixels);
+    }
     WideTables w;
     w.nodes = static_cast<const int*>(layout.nodes.data);
     w.inputs = static_cast<const int*>(layout.inputs.data);
