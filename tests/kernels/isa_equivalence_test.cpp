@@ -203,10 +203,13 @@ TEST(IsaEquivalence, RealLayoutsAreUsable) {
     for (const Case& c : cases) {
         const Built built = Build(c.from, c.to);
         EXPECT_EQ(built.m0->layout.usable, 1u) << c.from << " -> " << c.to;
+        // Three inputs run on the weighted corner records.
+        EXPECT_EQ(built.m0->layout.weighted.data != nullptr, built.m0->inputChannels == 3) << c.from;
     }
     for (uint32_t in : {3u, 4u}) {
         Method0Fixture fixture(in, 3, 7);
         EXPECT_EQ(fixture.t.layout.usable, 1u) << in << " inputs";
+        EXPECT_EQ(fixture.t.layout.weighted.data != nullptr, in == 3) << in << " inputs";
     }
 }
 
