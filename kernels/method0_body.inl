@@ -338,6 +338,9 @@ void Method0Planar(const Method0Transform* t, const void* source, void* destinat
             PlanarLoop<Deep, Out16, Layout, 1>(tb, src, dst, lines, width, inChannels, outChannels);
             break;
         case 3:
+#if defined(TINTRA3_WIDE_METHOD0)
+            if (WideMethod0Planar<Deep, Out16, Layout>(t, src, dst, lines, width, inChannels, outChannels)) break;
+#endif
             PlanarLoop<Deep, Out16, Layout, 3>(tb, src, dst, lines, width, inChannels, outChannels);
             break;
         case 4:

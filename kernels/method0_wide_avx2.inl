@@ -237,11 +237,9 @@ inline uint32_t CodeAt(const uint8_t* src, size_t c) {
     }
 }
 
-// The four corner nodes of the pixel at src, and its record's weights.
-template <bool Deep>
-inline __m128i CornersOf(const PairedTables& w, const uint8_t* src, const uint32_t** weights) {
-    const uint32_t sum =
-        w.inputs[CodeAt<Deep>(src, 0)] + w.inputs[256 + CodeAt<Deep>(src, 1)] + w.inputs[512 + CodeAt<Deep>(src, 2)];
+// The four corner nodes of the pixel with codes u0, u1, u2, and its record's weights.
+inline __m128i CornersOf(const PairedTables& w, uint32_t u0, uint32_t u1, uint32_t u2, const uint32_t** weights) {
+    const uint32_t sum = w.inputs[u0] + w.inputs[256 + u1] + w.inputs[512 + u2];
     const uint32_t base = sum >> 16;
     const uint32_t* record = w.weighted + 2 * (sum & 0xFFFFu);
     *weights = record;
@@ -306,37 +304,94 @@ inline void StoreFour(uint8_t* dst, __m256i s01, __m256i s23) {
     }
 }
 
-template <bool Deep, bool Out16, uint32_t Out>
-uint32_t PairedMethod0Rgb(const Method0Transform* t, const uint8_t* src, uint8_t* dst, uint32_t pixels) {
-    const KernelLayout& layout = t->layout;
-    const PairedTables w{static_cast<const uint32_t*>(layout.nodes.data),
-                         static_cast<const uint32_t*>(layout.inputs.data),
-                         static_cast<const uint32_t*>(layout.weighted.data), layout.farNode};
-    constexpr size_t kInBytes = 3 * (Deep ? 2 : 1);
-    constexpr size_t kOutBytes = Out * (Out16 ? 2 : 1);
+inline PairedTables PairedTablesOf(const KernelLayout& layout) {
+    return PairedTables{static_cast<const uint32_t*>(layout.nodes.data),
+                        static_cast<const uint32_t*>(layout.inputs.data),
+                        static_cast<const uint32_t*>(layout.weighted.data), layout.farNode};
+}
+
+// A record's four weights in every dword of a lane.
+inline __m128i SpreadWeights(const uint32_t* weights) {
+    return _mm_castps_si128(_mm_broadcast_ss(reinterpret_cast<const float*>(weights)));
+}
+
+// The simplex sums of two pixels, channel k in dword k of the pixel's lane.
+inline __m256i PairedSums(__m128i corners0, const uint32_t* weights0, __m128i corners1, const uint32_t* weights1) {
     // Per 128-bit lane: corner j of channel k from byte 4j + k to byte 4k + j.
     const __m256i transpose = _mm256_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15,
                                                0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
-    const __m256i ones = _mm256_set1_epi16(1);
-    // A record's four weights in every dword of a lane.
-    auto spread = [](const uint32_t* weights) {
-        return _mm_castps_si128(_mm_broadcast_ss(reinterpret_cast<const float*>(weights)));
-    };
-    auto sums = [&](__m128i corners0, const uint32_t* weights0, __m128i corners1, const uint32_t* weights1) {
-        const __m256i corners = _mm256_shuffle_epi8(_mm256_set_m128i(corners1, corners0), transpose);
-        const __m256i weights = _mm256_set_m128i(spread(weights1), spread(weights0));
-        return _mm256_madd_epi16(_mm256_maddubs_epi16(corners, weights), ones);
-    };
+    const __m256i corners = _mm256_shuffle_epi8(_mm256_set_m128i(corners1, corners0), transpose);
+    const __m256i weights = _mm256_set_m128i(SpreadWeights(weights1), SpreadWeights(weights0));
+    return _mm256_madd_epi16(_mm256_maddubs_epi16(corners, weights), _mm256_set1_epi16(1));
+}
+
+template <bool Deep, bool Out16, uint32_t Out>
+uint32_t PairedMethod0Rgb(const Method0Transform* t, const uint8_t* src, uint8_t* dst, uint32_t pixels) {
+    const PairedTables w = PairedTablesOf(t->layout);
+    constexpr size_t kInBytes = 3 * (Deep ? 2 : 1);
+    constexpr size_t kOutBytes = Out * (Out16 ? 2 : 1);
     uint32_t done = 0;
     // All four pixels of a step are read before any is written (in place).
     for (; pixels - done >= 4; done += 4, src += 4 * kInBytes, dst += 4 * kOutBytes) {
         const uint32_t* weights[4];
         __m128i corners[4];
-        for (int p = 0; p < 4; ++p) corners[p] = CornersOf<Deep>(w, src + p * kInBytes, &weights[p]);
-        StoreFour<Out16, Out>(dst, sums(corners[0], weights[0], corners[1], weights[1]),
-                              sums(corners[2], weights[2], corners[3], weights[3]));
+        for (int p = 0; p < 4; ++p) {
+            const uint8_t* pixel = src + p * kInBytes;
+            corners[p] = CornersOf(w, CodeAt<Deep>(pixel, 0), CodeAt<Deep>(pixel, 1), CodeAt<Deep>(pixel, 2), &weights[p]);
+        }
+        StoreFour<Out16, Out>(dst, PairedSums(corners[0], weights[0], corners[1], weights[1]),
+                              PairedSums(corners[2], weights[2], corners[3], weights[3]));
     }
     return done;
+}
+
+// Planar blocks of three input channels and as many outputs as the record
+// has (at most four), two pixels a step; false when the block does not
+// qualify (the portable loop then runs). The planar path stores the code
+// alone: 16-bit output is code << 8. Layouts as in PlanarLoop.
+template <bool Deep, bool Out16, uint16_t Layout>
+bool WideMethod0Planar(const Method0Transform* t, const uint8_t* src, uint8_t* dst, uint32_t lines, uint32_t width,
+                       uint32_t inChannels, uint32_t outChannels) {
+    const KernelLayout& layout = t->layout;
+    if (layout.usable == 0 || layout.weighted.data == nullptr || inChannels != 3 || t->inputChannels != 3 ||
+        outChannels != t->outputChannels || outChannels > 4) {
+        return false;
+    }
+    const PairedTables w = PairedTablesOf(layout);
+    const size_t rows = Layout == 1 ? 1 : lines;
+    const size_t n = Layout == 1 ? size_t{lines} * width : width;
+    auto store = [&](size_t at, uint32_t code) {
+        if constexpr (Out16) {
+            const auto word = static_cast<uint16_t>(code << 8);
+            std::memcpy(dst + 2 * at, &word, sizeof word);
+        } else {
+            dst[at] = static_cast<uint8_t>(code);
+        }
+    };
+    for (size_t l = 0; l < rows; ++l) {
+        const size_t inLine = Layout == 1 ? 0 : l * n * 3;
+        const size_t outLine = Layout == 1 ? 0 : l * n * outChannels;
+        for (size_t p = 0; p < n; p += 2) {
+            // The last pixel of an odd row goes through both lanes.
+            const size_t q = p + 1 < n ? p + 1 : p;
+            const uint32_t* weights[2];
+            __m128i corners[2];
+            for (int i = 0; i < 2; ++i) {
+                const size_t at = inLine + (i == 0 ? p : q);
+                corners[i] = CornersOf(w, CodeAt<Deep>(src, at), CodeAt<Deep>(src, at + n), CodeAt<Deep>(src, at + 2 * n),
+                                       &weights[i]);
+            }
+            alignas(32) uint32_t codes[8];
+            const __m256i s = PairedSums(corners[0], weights[0], corners[1], weights[1]);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(codes), _mm256_and_si256(_mm256_srli_epi32(s, 3),
+                                                                                    _mm256_set1_epi32(255)));
+            for (uint32_t k = 0; k < outChannels; ++k) {
+                store(outLine + k * n + p, codes[k]);
+                if (q != p) store(outLine + k * n + q, codes[4 + k]);
+            }
+        }
+    }
+    return true;
 }
 
 // Converts the leading multiple of eight pixels of an interleaved run and
