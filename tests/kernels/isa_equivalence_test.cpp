@@ -6,6 +6,7 @@
 // TINTRA3_TEST_SWEEP=reduced shortens the sweeps for emulated runs.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -119,6 +120,10 @@ void CheckEveryKey(Isa isa, uint16_t method, const void* t, uint32_t in, uint32_
 TEST(IsaEquivalence, EveryRgb8Input) {
     const Built built = Build("sRGB.icc", kClayRgb);
     const std::vector<Isa> isas = WideIsas();
+    // The log says what was compared: an emulator or a build may lack a set.
+    std::string names;
+    for (Isa isa : isas) names += std::string(" ") + IsaName(isa);
+    std::printf("compared with portable:%s\n", names.empty() ? " none" : names.c_str());
     const uint32_t step = ReducedSweep() ? 17 : 1;
     std::vector<uint8_t> src(3 << 16);
     std::vector<uint8_t> want(3 << 16);
