@@ -2,7 +2,8 @@
 // output depth and channel pair) and planar (generic in the channel counts).
 // Included once per instruction set by isa_*.cpp (no include guard on
 // purpose); an instruction set with a wide path defines TINTRA3_WIDE_METHOD0
-// and a WideMethod0Interleaved that converts a leading part of the run.
+// with a WideMethod0Interleaved that converts a leading part of the run and
+// a WideMethod0Planar that converts a whole planar block or declines it.
 //
 // Everything runs at 8-bit precision through the curved grid of a
 // Method0Transform: deeper input is cut to its high byte, each pixel finds its
