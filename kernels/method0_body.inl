@@ -172,10 +172,9 @@ inline uint32_t Simplex4Sum(const Simplex4Corners& c, uint32_t k) {
 // ---- one input channel by table -------------------------------------------
 //
 // With one input channel a pixel's output depends on its 8-bit code alone,
-// so a long run first works out all 256 codes (the same arithmetic as the
-// per-pixel path) and then only looks them up. Below this many pixels the
-// 256 interpolations cost more than they save.
-constexpr uint32_t kMonoTableFrom = 1024;
+// so a long run (kMonoTableFrom pixels or more) first works out all 256
+// codes, with the same arithmetic as the per-pixel path, and then only
+// looks them up.
 
 struct MonoTable {
     uint8_t code[256][4];
