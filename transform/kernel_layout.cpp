@@ -6,9 +6,11 @@
 // record (three or four 5-bit weights and the number of its corner set: the
 // node offsets of corners A, B (and C), of which a transform has at most 6
 // (24 with four inputs), one per order of the fractions, and which the
-// kernel keeps in registers). Every packed
-// field is checked to hold its value exactly; a record that does not fit
-// keeps usable = 0 and runs the portable path.
+// kernel keeps in registers); with three inputs also, per simplex record,
+// its corner weights and corners A and B (two u32), which the kernels use
+// instead of the corner sets. Every packed field is checked to hold its value
+// exactly; a record that does not fit keeps usable = 0 and runs the portable
+// path.
 #include <cstdint>
 #include <cstring>
 
