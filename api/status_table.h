@@ -30,7 +30,7 @@
     X(CANNOT_OPEN, 3000, 1490, "selector",                                                                   \
       "the profile cannot be opened, or its header or tag directory cannot be read")                          \
     X(NOT_ICC, 3001, 1490, "selector",                                                                       \
-      "not an ICC profile, or a tag the conversion needs is missing or unusable")                             \
+      "not an ICC profile: its header lacks the 'acsp' signature")                                           \
     X(INTERNAL, 4000, 1500, "", "internal error")                                                            \
     X(BUILD_FAILED, 5000, 1600, "matcher, selector", "the transform could not be built")                     \
     X(BAD_ARGUMENT, 5001, 1390, "toolbox", "an argument is null or out of range")                            \

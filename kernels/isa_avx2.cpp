@@ -1,6 +1,7 @@
 // The kernels with AVX2 (built with -mavx2 -mbmi2 -mfma): method 0 with
-// three and four input channels converts eight pixels per step with gathers
-// from the kernel layout; the rest as in the SSE2 unit.
+// three inputs sums two pixels' simplexes per register as dot products, with
+// four inputs it converts eight pixels per step with gathers from the kernel
+// layout; the rest as in the SSE2 unit.
 //
 // Only code in anonymous namespaces is compiled here, so no inline function
 // built with these flags can be picked by the linker for another unit.

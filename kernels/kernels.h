@@ -112,6 +112,11 @@ static_assert(KeysAreIndexed(), "KeyIndex and the kernel list must agree");
 
 using KernelTable = std::array<Kernel, kKernelCount>;
 
+// From this many pixels on, a run with one input channel of 256 codes
+// (method 0 at any depth, method 1 at 8 bits) converts through a table of
+// them; below it the 256 interpolations cost more than they save.
+inline constexpr uint32_t kMonoTableFrom = 1024;
+
 // The kernel of a key for an instruction set; null when the key has none or
 // the set is not compiled in. Planar keys are looked up with channels 0.
 Kernel FindKernel(Isa isa, const KernelKey& key);

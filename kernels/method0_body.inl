@@ -2,7 +2,8 @@
 // output depth and channel pair) and planar (generic in the channel counts).
 // Included once per instruction set by isa_*.cpp (no include guard on
 // purpose); an instruction set with a wide path defines TINTRA3_WIDE_METHOD0
-// and a WideMethod0Interleaved that converts a leading part of the run.
+// with a WideMethod0Interleaved that converts a leading part of the run and
+// a WideMethod0Planar that converts a whole planar block or declines it.
 //
 // Everything runs at 8-bit precision through the curved grid of a
 // Method0Transform: deeper input is cut to its high byte, each pixel finds its
@@ -168,6 +169,25 @@ inline uint32_t Simplex4Sum(const Simplex4Corners& c, uint32_t k) {
     return 16u * K0 + c.wA * (KA - K0) + c.wB * (KB - KA) + c.wC * (KC - KB) + c.wD * (KD - KC);
 }
 
+// ---- one input channel by table -------------------------------------------
+//
+// With one input channel a pixel's output depends on its 8-bit code alone,
+// so a long run (kMonoTableFrom pixels or more) first works out all 256
+// codes, with the same arithmetic as the per-pixel path, and then only
+// looks them up.
+
+struct MonoTable {
+    uint8_t code[256][4];
+};
+
+// Output channels 0..outputs-1 (at most 4) of every code.
+inline void FillMonoTable(const Tables& tb, uint32_t outputs, MonoTable* table) {
+    for (uint32_t u = 0; u < 256; ++u) {
+        const MonoCorners m = LocateMono(tb, u);
+        for (uint32_t k = 0; k < outputs; ++k) table->code[u][k] = static_cast<uint8_t>(MonoCode(m, k));
+    }
+}
+
 // ---- interleaved kernels ---------------------------------------------------
 //
 // 16-bit output: one input channel gives code << 8; the simplex kernels keep
@@ -187,6 +207,18 @@ void Method0Interleaved(const Method0Transform* t, const void* source, void* des
     auto* dst = static_cast<uint8_t*>(destination);
     constexpr size_t kInBytes = In * (Deep ? 2 : 1);
     constexpr size_t kOutBytes = Out * (Out16 ? 2 : 1);
+
+    if constexpr (In == 1) {
+        if (pixels >= kMonoTableFrom) {
+            MonoTable table;
+            FillMonoTable(tb, Out, &table);
+            for (uint32_t count = pixels; count != 0; --count, src += kInBytes, dst += kOutBytes) {
+                const uint8_t* r = table.code[LoadCode<Deep>(src, 0)];
+                for (uint32_t k = 0; k < Out; ++k) StoreSample<Out16>(dst, k, Out16 ? uint32_t{r[k]} << 8 : r[k]);
+            }
+            return;
+        }
+    }
 
     uint32_t done = 0;
 #if defined(TINTRA3_WIDE_METHOD0)
@@ -253,6 +285,12 @@ void PlanarLoop(const Tables& tb, const uint8_t* src, uint8_t* dst, uint32_t lin
     const size_t n = Layout == 1 ? size_t{lines * width} : width;
     const size_t inPlane = n;
     const size_t outPlane = n;
+    MonoTable table;
+    bool byTable = false;
+    if constexpr (In == 1) {
+        byTable = outChannels <= 4 && size_t{lines} * width >= kMonoTableFrom;
+        if (byTable) FillMonoTable(tb, outChannels, &table);
+    }
     for (size_t l = 0; l < rows; ++l) {
         const size_t inLine = Layout == 1 ? 0 : l * n * inChannels;
         const size_t outLine = Layout == 1 ? 0 : l * n * outChannels;
@@ -267,6 +305,10 @@ void PlanarLoop(const Tables& tb, const uint8_t* src, uint8_t* dst, uint32_t lin
                 StoreSample<Out16>(dst, out + k * outPlane, Out16 ? (code & 255u) << 8 : code);
             };
             if constexpr (In == 1) {
+                if (byTable) {
+                    for (uint32_t k = 0; k < outChannels; ++k) scatter(k, table.code[u[0]][k]);
+                    continue;
+                }
                 const MonoCorners m = LocateMono(tb, u[0]);
                 for (uint32_t k = 0; k < outChannels; ++k) scatter(k, MonoCode(m, k));
             } else if constexpr (In == 3) {
@@ -296,6 +338,9 @@ void Method0Planar(const Method0Transform* t, const void* source, void* destinat
             PlanarLoop<Deep, Out16, Layout, 1>(tb, src, dst, lines, width, inChannels, outChannels);
             break;
         case 3:
+#if defined(TINTRA3_WIDE_METHOD0)
+            if (WideMethod0Planar<Deep, Out16, Layout>(t, src, dst, lines, width, inChannels, outChannels)) break;
+#endif
             PlanarLoop<Deep, Out16, Layout, 3>(tb, src, dst, lines, width, inChannels, outChannels);
             break;
         case 4:

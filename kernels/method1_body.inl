@@ -446,6 +446,24 @@ void Method1Interleaved(const Method1Transform* t, const void* source, void* des
 
     const auto* src = static_cast<const uint8_t*>(source);
     auto* dst = static_cast<uint8_t*>(destination);
+    if constexpr (In == 1 && Bits == 8) {
+        // One 8-bit input: a pixel's output depends on its code alone, so a
+        // long run works out the 256 codes once and then looks them up.
+        if (pixels >= kMonoTableFrom) {
+            typename Output::Entry table[256][Out];
+            for (uint32_t u = 0; u < 256; ++u) {
+                const uint32_t coordinate[1] = {inputTable[0][u] & kCoordinateMask};
+                uint32_t index[Out];
+                InterpolatePixel<1, Out>(g, coordinate, index);
+                for (int k = 0; k < Out; ++k) table[u][k] = outputTable[k][index[k]];
+            }
+            for (size_t p = 0; p < pixels; ++p) {
+                const typename Output::Entry* r = table[src[p]];
+                for (int k = 0; k < Out; ++k) Store::Store(dst, p * Out + k, r[k]);
+            }
+            return;
+        }
+    }
     for (size_t p = 0; p < pixels; ++p) {
         // The whole pixel is read before any output is written (in place).
         uint32_t coordinate[In];

@@ -6,9 +6,11 @@
 // record (three or four 5-bit weights and the number of its corner set: the
 // node offsets of corners A, B (and C), of which a transform has at most 6
 // (24 with four inputs), one per order of the fractions, and which the
-// kernel keeps in registers). Every packed
-// field is checked to hold its value exactly; a record that does not fit
-// keeps usable = 0 and runs the portable path.
+// kernel keeps in registers); with three inputs also, per simplex record,
+// its corner weights and corners A and B (two u32), which the kernels use
+// instead of the corner sets. Every packed field is checked to hold its value
+// exactly; a record that does not fit keeps usable = 0 and runs the portable
+// path.
 #include <cstdint>
 #include <cstring>
 
@@ -102,6 +104,7 @@ bool Build(Method0Transform* t, KernelLayout* layout) {
     CornerSets sets;
     if (!AllocU32(&layout->simplex, records)) return false;
     uint32_t* simplex = U32(layout->simplex);
+    if (n == 3 && !AllocU32(&layout->weighted, 2 * records)) return false;
     for (uint32_t e = 0; e < records; ++e) {
         uint32_t corner[3] = {0, 0, 0};
         const uint8_t* w = nullptr;
@@ -130,6 +133,14 @@ bool Build(Method0Transform* t, KernelLayout* layout) {
         const int set = sets.Find(corner, n == 3 ? 8 : kMaxCornerSets);
         if (set < 0) return false;
         simplex[e] = word | uint32_t(set) << 20;
+        if (n == 3) {
+            // Weights of at most 31 keep every corner weight within -23..31.
+            const int weight[4] = {8 - w[0], w[0] - w[1], w[1] - w[2], w[2]};
+            uint32_t packed = 0;
+            for (uint32_t j = 0; j < 4; ++j) packed |= uint32_t(uint8_t(int8_t(weight[j]))) << (8 * j);
+            U32(layout->weighted)[2 * e] = packed;
+            U32(layout->weighted)[2 * e + 1] = corner[0] | corner[1] << 16;
+        }
     }
     // Every node a kernel can reach must lie inside the packed grid.
     if (maxBase + maxCorner >= nodes) return false;
@@ -145,6 +156,7 @@ void FreeKernelLayout(KernelLayout* layout) {
     FreeValueBuffer(&layout->nodes);
     FreeValueBuffer(&layout->inputs);
     FreeValueBuffer(&layout->simplex);
+    FreeValueBuffer(&layout->weighted);
     *layout = KernelLayout{};
 }
 

@@ -17,6 +17,11 @@ struct KernelLayout {
     ValueBuffer nodes;    // u32 per grid node: output channel k in byte k
     ValueBuffer inputs;   // u32 per channel and code: grid node offset << 16 | simplex index part
     ValueBuffer simplex;  // u32 per simplex record: 5-bit weights from bit 0, corner set in bits 20..24
+    // Three inputs only: two u32 per simplex record, the weight of each corner
+    // (K0, A, B, D: 8 - wA, wA - wB, wB - wC, wC) as a signed byte, then
+    // corners A | B << 16 in nodes. The simplex sum is the same integer
+    // written as one dot product per output channel.
+    ValueBuffer weighted;
     uint32_t corners[3][32];  // node offsets of corners A, B (and C) of each corner set
     uint32_t farNode;        // corner D in nodes
     uint32_t usable;

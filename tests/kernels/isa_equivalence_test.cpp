@@ -6,6 +6,7 @@
 // TINTRA3_TEST_SWEEP=reduced shortens the sweeps for emulated runs.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -119,6 +120,10 @@ void CheckEveryKey(Isa isa, uint16_t method, const void* t, uint32_t in, uint32_
 TEST(IsaEquivalence, EveryRgb8Input) {
     const Built built = Build("sRGB.icc", kClayRgb);
     const std::vector<Isa> isas = WideIsas();
+    // The log says what was compared: an emulator or a build may lack a set.
+    std::string names;
+    for (Isa isa : isas) names += std::string(" ") + IsaName(isa);
+    std::printf("compared with portable:%s\n", names.empty() ? " none" : names.c_str());
     const uint32_t step = ReducedSweep() ? 17 : 1;
     std::vector<uint8_t> src(3 << 16);
     std::vector<uint8_t> want(3 << 16);
@@ -239,10 +244,13 @@ TEST(IsaEquivalence, RealLayoutsAreUsable) {
     for (const Case& c : cases) {
         const Built built = Build(c.from, c.to);
         EXPECT_EQ(built.m0->layout.usable, 1u) << c.from << " -> " << c.to;
+        // Three inputs run on the weighted corner records.
+        EXPECT_EQ(built.m0->layout.weighted.data != nullptr, built.m0->inputChannels == 3) << c.from;
     }
     for (uint32_t in : {3u, 4u}) {
         Method0Fixture fixture(in, 3, 7);
         EXPECT_EQ(fixture.t.layout.usable, 1u) << in << " inputs";
+        EXPECT_EQ(fixture.t.layout.weighted.data != nullptr, in == 3) << in << " inputs";
     }
 }
 

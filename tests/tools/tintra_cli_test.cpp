@@ -250,7 +250,7 @@ TEST_F(TintraCli, FailuresLeaveNoFile) {
         {conv + " --src " + Path("text.icc") + " --dst builtin:cmyk", 1,
          "error 3000 (the profile cannot be opened, or its header or tag directory cannot be read): source profile"},
         {conv + " --src builtin:srgb --dst " + Path("badmagic.icc"), 1,
-         "error 3001 (not an ICC profile, or a tag the conversion needs is missing or unusable): destination"},
+         "error 3001 (not an ICC profile: its header lacks the 'acsp' signature): destination"},
         {conv + " --dst " + Path("truncated.icc"), 1, "error 3000"},
         {conv + " --dst " + Path("notags.icc"), 1, "error 5000 (the transform could not be built): destination"},
         {conv + " --dst builtin:cmyk --write-profile " + Path("no/p.icc"), 1, "cannot create output file"},

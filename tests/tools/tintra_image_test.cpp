@@ -295,6 +295,45 @@ JpegSeen ReadJpeg(const std::string& path) {
     return seen;
 }
 
+// An 8 x 8 RGB JPEG with `app1` (when not empty) as its APP1 marker.
+void WriteJpeg(const std::string& path, const std::string& app1) {
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    jpeg_compress_struct info;
+    jpeg_error_mgr error;
+    info.err = jpeg_std_error(&error);
+    jpeg_create_compress(&info);
+    jpeg_stdio_dest(&info, f);
+    info.image_width = 8;
+    info.image_height = 8;
+    info.input_components = 3;
+    info.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&info);
+    jpeg_start_compress(&info, TRUE);
+    if (!app1.empty())
+        jpeg_write_marker(&info, JPEG_APP0 + 1, reinterpret_cast<const JOCTET*>(app1.data()), unsigned(app1.size()));
+    std::string line(24, '\x80');
+    while (info.next_scanline < info.image_height) {
+        JSAMPROW row = reinterpret_cast<JSAMPROW>(line.data());
+        jpeg_write_scanlines(&info, &row, 1);
+    }
+    jpeg_finish_compress(&info);
+    jpeg_destroy_compress(&info);
+    std::fclose(f);
+}
+
+// A camera-style little-endian EXIF APP1: three IFD entries (make, x
+// resolution, then the orientation) and a next-IFD link to a thumbnail.
+std::string CameraExif(uint16_t orientation) {
+    std::string e("Exif\0\0II*\0\x08\0\0\0", 14);
+    e += std::string("\x03\0", 2);                                              // three entries
+    e += std::string("\x0f\x01\x02\0\x04\0\0\0ACME", 12);                   // make, ASCII, inline
+    e += std::string("\x1a\x01\x05\0\x01\0\0\0\x32\0\0\0", 12);          // x resolution, elsewhere
+    e += std::string("\x12\x01\x03\0\x01\0\0\0", 8) + char(orientation) + std::string("\0\0\0", 3);
+    e += std::string("\x40\0\0\0", 4);                                          // next IFD
+    return e;
+}
+
 double MeanAbsDifference(const std::string& a, const std::string& b) {
     if (a.size() != b.size() || a.empty()) return 1e9;
     double sum = 0;
@@ -498,6 +537,41 @@ TEST_F(TintraImage, JpegRoundTripsWithEmbeddedProfiles) {
     const ToolRun lab = Tintra({"convert", Path("in.tif"), Path("lab.jpg"), "-o", "builtin:lab"});
     EXPECT_EQ(lab.status, 2);
     EXPECT_NE(lab.err.find("JPEG holds only grey, RGB or CMYK"), std::string::npos) << lab.err;
+}
+
+// Orientation crosses formats: EXIF in JPEG (wherever its IFD puts the tag),
+// the TIFF tag, PNG's eXIf chunk; what is not a valid orientation is dropped.
+TEST_F(TintraImage, OrientationCrossesFormats) {
+    WriteTiff(Path("right-top.tif"), {{.width = 8, .height = 8}},
+              [](TIFF* t, uint32_t) { TIFFSetField(t, TIFFTAG_ORIENTATION, ORIENTATION_RIGHTTOP); });
+    WriteJpeg(Path("camera.jpg"), CameraExif(8));
+    WriteJpeg(Path("plain.jpg"), "");
+    WriteJpeg(Path("nine.jpg"), CameraExif(9));
+    const struct {
+        const char* from;
+        const char* via;  // written by the tool, then read back into a TIFF
+        uint16_t orientation;
+    } cases[] = {
+        {"camera.jpg", "", ORIENTATION_LEFTBOT},       // little-endian EXIF, third entry
+        {"right-top.tif", "jpg", ORIENTATION_RIGHTTOP},  // written as EXIF in APP1
+        {"right-top.tif", "png", ORIENTATION_RIGHTTOP},  // written as eXIf
+        {"camera.jpg", "png", ORIENTATION_LEFTBOT},
+        {"plain.jpg", "", ORIENTATION_TOPLEFT},          // no EXIF
+        {"nine.jpg", "jpg", ORIENTATION_TOPLEFT},        // no such orientation
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.from) + " via " + c.via);
+        std::string from = Path(c.from);
+        if (*c.via != '\0') {
+            const std::string via = Path(std::string("via.") + c.via);
+            ASSERT_EQ(Tintra({"convert", from, via, "-o", "builtin:srgb"}).status, 0);
+            from = via;
+        }
+        ASSERT_EQ(Tintra({"convert", from, Path("out.tif"), "-o", "builtin:srgb"}).status, 0);
+        const std::vector<TiffSeen> out = ReadTiff(Path("out.tif"));
+        ASSERT_EQ(out.size(), 1u);
+        EXPECT_EQ(out[0].orientation, c.orientation);
+    }
 }
 
 // The profile decides the colours of a PNG; gAMA and cHRM (here linear light and odd primaries) are ignored.

@@ -10,6 +10,7 @@
 // cHRM and sRGB chunks are neither applied nor written, the profile decides.
 // JPEG: grey, RGB and CMYK (stored inverted when an Adobe marker says so, as
 // Adobe applications write it), 8 bits, the profile in APP2 markers.
+// Orientation crosses formats: the TIFF tag, EXIF in JPEG APP1 and PNG eXIf.
 #include "tools/tintra/image_io.h"
 
 #include <algorithm>
@@ -57,6 +58,48 @@ constexpr uint64_t kMaxTileRowBytes = uint64_t(1) << 28;
 constexpr long kMaxJpegMemory = 512L << 20;
 
 std::string ErrnoText() { return std::strerror(errno); }
+
+// ---- EXIF orientation --------------------------------------------------------
+// Photographs say which way is up in EXIF (tag 0x0112 of its first IFD), in
+// a JPEG APP1 marker or a PNG eXIf chunk. Only the orientation is carried:
+// the rest of a camera's EXIF (its colour-space tag above all) would describe
+// the image before conversion.
+
+constexpr uint16_t kExifOrientationTag = 0x0112;
+
+// The orientation (1..8) an EXIF block (TIFF-structured, without the
+// "Exif\0\0" prefix) holds, or 0.
+uint16_t ExifOrientation(const uint8_t* data, size_t size) {
+    if (size < 8) return 0;
+    const bool big = data[0] == 'M' && data[1] == 'M';
+    if (!big && !(data[0] == 'I' && data[1] == 'I')) return 0;
+    auto u16 = [&](size_t at) { return uint16_t(big ? data[at] << 8 | data[at + 1] : data[at + 1] << 8 | data[at]); };
+    auto u32 = [&](size_t at) { return uint32_t(u16(big ? at : at + 2)) << 16 | u16(big ? at + 2 : at); };
+    if (u16(2) != 42) return 0;
+    const uint32_t ifd = u32(4);
+    if (ifd < 8 || ifd > size - 2) return 0;
+    const uint32_t entries = u16(ifd);
+    for (uint32_t i = 0; i < entries && size_t{ifd} + 2 + 12 * (size_t{i} + 1) <= size; ++i) {
+        const size_t at = ifd + 2 + 12 * size_t(i);
+        // SHORT, one value, held in the first two bytes of the value field.
+        if (u16(at) == kExifOrientationTag && u16(at + 2) == 3 && u32(at + 4) == 1) {
+            const uint16_t orientation = u16(at + 8);
+            return orientation >= 1 && orientation <= 8 ? orientation : 0;
+        }
+    }
+    return 0;
+}
+
+// A big-endian EXIF block of one IFD holding only the orientation.
+std::vector<uint8_t> ExifWithOrientation(uint16_t orientation) {
+    return {'M', 'M', 0, 42, 0, 0, 0, 8,                                 // header, IFD at 8
+            0,   1,                                                      // one entry
+            0x01, 0x12, 0, 3, 0, 0, 0, 1, 0, uint8_t(orientation), 0, 0,  // orientation, SHORT x 1
+            0,   0,   0, 0};                                             // no next IFD
+}
+
+const char kExifPrefix[] = "Exif\0";  // and the terminating zero: six bytes
+constexpr size_t kExifPrefixSize = 6;
 
 }  // namespace
 
@@ -577,6 +620,7 @@ struct PngHeader {
     png_uint_32 xPerUnit, yPerUnit;
     int unit;
     bool hasPhys;
+    uint16_t orientation;  // 0: none
 };
 
 bool PngReadHeader(PngState* s, PngHeader* h) {
@@ -607,6 +651,9 @@ bool PngReadHeader(PngState* s, PngHeader* h) {
     h->textCount = 0;
     png_get_text(s->png, s->info, &h->text, &h->textCount);
     h->hasPhys = png_get_pHYs(s->png, s->info, &h->xPerUnit, &h->yPerUnit, &h->unit) != 0;
+    png_bytep exif = nullptr;
+    png_uint_32 exifSize = 0;
+    h->orientation = png_get_eXIf_1(s->png, s->info, &exifSize, &exif) != 0 ? ExifOrientation(exif, exifSize) : 0;
     return true;
 }
 
@@ -650,6 +697,7 @@ public:
             page_.meta.xResolution = h.xPerUnit / 100.0;
             page_.meta.yResolution = h.yPerUnit / 100.0;
         }
+        if (h.orientation != 0) page_.meta.orientation = h.orientation;
     }
 
     FileFormat format() const override { return FileFormat::kPng; }
@@ -710,6 +758,11 @@ bool PngBegin(PngState* s, const Image* img, png_textp text, int textCount) {
         const double perMetre = m.resolutionUnit == 2 ? 100.0 / 2.54 : 100.0;
         png_set_pHYs(s->png, s->info, png_uint_32(std::lround(m.xResolution * perMetre)),
                      png_uint_32(std::lround(m.yResolution * perMetre)), PNG_RESOLUTION_METER);
+    }
+    std::vector<uint8_t> exif;
+    if (m.orientation >= 2 && m.orientation <= 8) {
+        exif = ExifWithOrientation(m.orientation);
+        png_set_eXIf_1(s->png, s->info, png_uint_32(exif.size()), exif.data());
     }
     png_write_info(s->png, s->info);
     if (img->bits == 16 && std::endian::native == std::endian::little) png_set_swap(s->png);
@@ -853,6 +906,7 @@ bool JpegReadHeader(JpegIn* j) {
     j->created = true;
     j->info.mem->max_memory_to_use = kMaxJpegMemory;
     jpeg_stdio_src(&j->info, j->file);
+    jpeg_save_markers(&j->info, JPEG_APP0 + 1, 0xFFFF);
     jpeg_save_markers(&j->info, JPEG_APP0 + 2, 0xFFFF);
     jpeg_save_markers(&j->info, JPEG_COM, 0xFFFF);
     jpeg_read_header(&j->info, TRUE);
@@ -908,6 +962,11 @@ public:
             if (m->marker == JPEG_COM && m->data_length > 0)
                 page_.meta.texts.emplace_back("Description",
                                               std::string(reinterpret_cast<const char*>(m->data), m->data_length));
+            if (m->marker == JPEG_APP0 + 1 && m->data_length > kExifPrefixSize &&
+                std::memcmp(m->data, kExifPrefix, kExifPrefixSize) == 0) {
+                const uint16_t orientation = ExifOrientation(m->data + kExifPrefixSize, m->data_length - kExifPrefixSize);
+                if (orientation != 0) page_.meta.orientation = orientation;
+            }
         }
     }
 
@@ -981,6 +1040,12 @@ bool JpegBegin(JpegOut* j, const Image* page, int quality) {
         j->info.Y_density = uint16_t(std::clamp(std::lround(m.yResolution), 1L, 65535L));
     }
     jpeg_start_compress(&j->info, TRUE);
+    if (m.orientation >= 2 && m.orientation <= 8) {
+        std::vector<uint8_t> app1(kExifPrefix, kExifPrefix + kExifPrefixSize);
+        const std::vector<uint8_t> exif = ExifWithOrientation(m.orientation);
+        app1.insert(app1.end(), exif.begin(), exif.end());
+        jpeg_write_marker(&j->info, JPEG_APP0 + 1, app1.data(), unsigned(app1.size()));
+    }
     if (!page->icc.empty()) jpeg_write_icc_profile(&j->info, page->icc.data(), unsigned(page->icc.size()));
     for (const auto& [key, text] : m.texts) {
         // One comment marker holds at most 65533 bytes.
