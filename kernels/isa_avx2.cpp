@@ -1,7 +1,9 @@
 // The kernels with AVX2 (built with -mavx2 -mbmi2 -mfma): method 0 with
 // three inputs sums two pixels' simplexes per register as dot products, with
 // four inputs it converts eight pixels per step with gathers from the kernel
-// layout; the rest as in the SSE2 unit.
+// layout; method 1, interleaved, three or four inputs to three or four
+// outputs, takes two pixels per step (method1_wide_avx2.inl, included by
+// method1_body.inl); the rest as in the SSE2 unit.
 //
 // Only code in anonymous namespaces is compiled here, so no inline function
 // built with these flags can be picked by the linker for another unit.
