@@ -192,6 +192,37 @@ TEST(IsaEquivalence, HandMadeRecords) {
     }
 }
 
+// Block sizes around the edges of the AVX2 method 1 path for three and four
+// inputs: pairs of pixels, runs of 32 interpolated before any output is
+// written, and 8-bit samples going through per-block tables from 512 pixels.
+TEST(IsaEquivalence, WideMethod1BlockSizes) {
+    struct Case {
+        uint32_t lines;
+        uint32_t width;
+        const char* why;
+    } const cases[] = {
+        {1, 1, "one pixel, interpolated as a pair with itself"},
+        {1, 5, "two pairs a turn, then an odd pixel"},
+        {1, 31, "a run short of full"},
+        {2, 16, "exactly one run"},
+        {3, 11, "a run and an odd pixel"},
+        {7, 73, "511 pixels: 8-bit samples still through the record's tables"},
+        {8, 64, "512 pixels: 8-bit samples through the per-block tables"},
+    };
+    for (Isa isa : WideIsas()) {
+        for (const Case& c : cases) {
+            for (uint32_t in : {3u, 4u}) {
+                for (uint32_t out : {3u, 4u}) {
+                    SCOPED_TRACE(testing::Message() << c.why << ", " << in << " -> " << out);
+                    Method1Fixture fixture(in, out, 3, in * 10 + out);
+                    CheckEveryKey(isa, 1, &fixture.t, in, out, c.lines, c.width, c.width);
+                    if (HasFatalFailure()) return;
+                }
+            }
+        }
+    }
+}
+
 // Clut layouts the builder never makes: the three- and four-input kernels
 // read a cell's nodes z and z + 1 with one load only where they are
 // adjacent, and must still follow the strides elsewhere. Each clut ends at
