@@ -140,8 +140,9 @@ TINTRA3_PIXEL_INLINE __m128i LoadColumn(const uint16_t* node, size_t zStride) {
 
 template <int Out, bool Adjacent>
 TINTRA3_PIXEL_INLINE __m256i StepColumns(const uint16_t* a, const uint16_t* b, size_t zStride, __m256i f) {
-    const __m256i pair = _mm256_inserti128_si256(_mm256_castsi128_si256(LoadColumn<Out, Adjacent>(a, zStride)),
-                                                 LoadColumn<Out, Adjacent>(b, zStride), 1);
+    const __m128i low = LoadColumn<Out, Adjacent>(a, zStride);
+    const __m128i high = LoadColumn<Out, Adjacent>(b, zStride);
+    const __m256i pair = _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
     // Words 0..3 widened, and the same words raised: (v << 16) + 0x8000.
     const __m256i lower = _mm256_unpacklo_epi16(pair, _mm256_setzero_si256());
     const __m256i raised = _mm256_unpacklo_epi16(_mm256_set1_epi16(int16_t(0x8000)), pair);
