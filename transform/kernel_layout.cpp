@@ -134,7 +134,7 @@ bool Build(Method0Transform* t, KernelLayout* layout) {
         if (set < 0) return false;
         simplex[e] = word | uint32_t(set) << 20;
         if (n == 3) {
-            // Weights of at most 31 keep every corner weight within -23..31.
+            // Weights of at most 31 keep every corner weight within -31..31.
             const int weight[4] = {8 - w[0], w[0] - w[1], w[1] - w[2], w[2]};
             uint32_t packed = 0;
             for (uint32_t j = 0; j < 4; ++j) packed |= uint32_t(uint8_t(int8_t(weight[j]))) << (8 * j);
