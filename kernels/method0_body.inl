@@ -14,37 +14,11 @@
 #include <cstring>
 
 #include "kernels/kernels.h"
+#include "kernels/method0_samples.inl"
 #include "transform/method0.h"
 
 namespace tintra3 {
 namespace {
-
-// ---- sample access ---------------------------------------------------------
-// 10-, 12- and 16-bit samples are native-order words; memcpy keeps a word
-// access defined whatever the caller's buffer alignment.
-
-// Sample i of a run, reduced to the 8-bit code that indexes the tables.
-template <bool Deep>
-inline uint32_t LoadCode(const uint8_t* samples, size_t i) {
-    if constexpr (Deep) {
-        uint16_t word;
-        std::memcpy(&word, samples + 2 * i, sizeof word);
-        return static_cast<uint32_t>(word) >> 8;  // high byte only, whatever the depth
-    } else {
-        return samples[i];
-    }
-}
-
-// Stores the low 8 or 16 bits of value as sample i.
-template <bool Out16>
-inline void StoreSample(uint8_t* samples, size_t i, uint32_t value) {
-    if constexpr (Out16) {
-        const auto word = static_cast<uint16_t>(value);
-        std::memcpy(samples + 2 * i, &word, sizeof word);
-    } else {
-        samples[i] = static_cast<uint8_t>(value);
-    }
-}
 
 // ---- tables, fetched once per block ----------------------------------------
 

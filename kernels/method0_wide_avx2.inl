@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kernels/method0_samples.inl"
+
 #define TINTRA3_WIDE_METHOD0 1
 
 namespace tintra3 {
@@ -192,18 +194,6 @@ struct PairedTables {
     uint32_t far;
 };
 
-// The 8-bit code of sample c: deeper samples keep their high byte.
-template <bool Deep>
-inline uint32_t CodeAt(const uint8_t* src, size_t c) {
-    if constexpr (Deep) {
-        uint16_t word;
-        std::memcpy(&word, src + 2 * c, sizeof word);
-        return uint32_t{word} >> 8;
-    } else {
-        return src[c];
-    }
-}
-
 // The four corner nodes of the pixel with codes u0, u1, u2, and its record's weights.
 inline __m128i CornersOf(const PairedTables& w, uint32_t u0, uint32_t u1, uint32_t u2, const uint32_t** weights) {
     const uint32_t sum = w.inputs[u0] + w.inputs[256 + u1] + w.inputs[512 + u2];
@@ -304,7 +294,7 @@ uint32_t PairedMethod0Rgb(const Method0Transform* t, const uint8_t* src, uint8_t
         __m128i corners[4];
         for (int p = 0; p < 4; ++p) {
             const uint8_t* pixel = src + p * kInBytes;
-            corners[p] = CornersOf(w, CodeAt<Deep>(pixel, 0), CodeAt<Deep>(pixel, 1), CodeAt<Deep>(pixel, 2), &weights[p]);
+            corners[p] = CornersOf(w, LoadCode<Deep>(pixel, 0), LoadCode<Deep>(pixel, 1), LoadCode<Deep>(pixel, 2), &weights[p]);
         }
         StoreFour<Out16, Out>(dst, PairedSums(corners[0], weights[0], corners[1], weights[1]),
                               PairedSums(corners[2], weights[2], corners[3], weights[3]));
@@ -345,7 +335,7 @@ bool WideMethod0Planar(const Method0Transform* t, const uint8_t* src, uint8_t* d
             __m128i corners[2];
             for (int i = 0; i < 2; ++i) {
                 const size_t at = inLine + (i == 0 ? p : q);
-                corners[i] = CornersOf(w, CodeAt<Deep>(src, at), CodeAt<Deep>(src, at + n), CodeAt<Deep>(src, at + 2 * n),
+                corners[i] = CornersOf(w, LoadCode<Deep>(src, at), LoadCode<Deep>(src, at + n), LoadCode<Deep>(src, at + 2 * n),
                                        &weights[i]);
             }
             alignas(32) uint32_t codes[8];

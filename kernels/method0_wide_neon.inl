@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kernels/method0_samples.inl"
+
 #define TINTRA3_WIDE_METHOD0 1
 
 namespace tintra3 {
@@ -33,18 +35,6 @@ inline bool NeonUsable(const Method0Transform* t) {
 inline NeonTables NeonTablesOf(const KernelLayout& layout) {
     return NeonTables{static_cast<const uint32_t*>(layout.nodes.data), static_cast<const uint32_t*>(layout.inputs.data),
                       static_cast<const uint32_t*>(layout.weighted.data), layout.farNode};
-}
-
-// The 8-bit code of sample c: deeper samples keep their high byte.
-template <bool Deep>
-inline uint32_t NeonCode(const uint8_t* src, size_t c) {
-    if constexpr (Deep) {
-        uint16_t word;
-        std::memcpy(&word, src + 2 * c, sizeof word);
-        return uint32_t{word} >> 8;
-    } else {
-        return src[c];
-    }
 }
 
 // Simplex sums of the pixel with codes u0, u1, u2: channel k in lane k.
@@ -77,7 +67,7 @@ uint32_t WideMethod0Interleaved(const Method0Transform* t, const uint8_t* src, u
         constexpr size_t kOutBytes = Out * (Out16 ? 2 : 1);
         // Each pixel is read whole before its outputs are written (in place).
         for (uint32_t p = 0; p < pixels; ++p, src += kInBytes, dst += kOutBytes) {
-            const uint32x4_t s = NeonSums(w, NeonCode<Deep>(src, 0), NeonCode<Deep>(src, 1), NeonCode<Deep>(src, 2));
+            const uint32x4_t s = NeonSums(w, LoadCode<Deep>(src, 0), LoadCode<Deep>(src, 1), LoadCode<Deep>(src, 2));
             if constexpr (Out16) {
                 const uint64_t words = vget_lane_u64(vreinterpret_u64_u16(vmovn_u32(vshlq_n_u32(s, 5))), 0);
                 std::memcpy(dst, &words, kOutBytes);
@@ -107,8 +97,8 @@ bool WideMethod0Planar(const Method0Transform* t, const uint8_t* src, uint8_t* d
         for (size_t p = 0; p < n; ++p) {
             const size_t at = inLine + p;
             uint32_t codes[4];
-            vst1q_u32(codes, vandq_u32(vshrq_n_u32(NeonSums(w, NeonCode<Deep>(src, at), NeonCode<Deep>(src, at + n),
-                                                              NeonCode<Deep>(src, at + 2 * n)),
+            vst1q_u32(codes, vandq_u32(vshrq_n_u32(NeonSums(w, LoadCode<Deep>(src, at), LoadCode<Deep>(src, at + n),
+                                                              LoadCode<Deep>(src, at + 2 * n)),
                                                      3),
                                        vdupq_n_u32(255)));
             for (uint32_t k = 0; k < outChannels; ++k) {
